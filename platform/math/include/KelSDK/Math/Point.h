@@ -4,6 +4,7 @@
 #include <array>
 #include <cmath>
 #include <cstddef>
+#include <limits>
 #include <type_traits>
 
 namespace KelSDK::Math
@@ -105,26 +106,47 @@ public:
     }
     // Squared Euclidean length, in T.
     constexpr T squaredLength() const { return dot(*this); }
-    // Euclidean length, computed in double.
+    // Euclidean length, computed in double without overflow or underflow of the squares; NaN when a
+    // coordinate is NaN.
     double length() const
     {
         double s = 0.0;
         for (std::size_t i = 0; i < N; ++i)
             s += static_cast<double>(c_[i]) * static_cast<double>(c_[i]);
-        return std::sqrt(s);
+        if (s >= std::numeric_limits<double>::min() && s <= std::numeric_limits<double>::max())
+            return std::sqrt(s);
+        // Squares that overflowed or lost their precision: scale by the largest magnitude first.
+        double largest = 0.0;
+        for (std::size_t i = 0; i < N; ++i)
+        {
+            const double a = std::fabs(static_cast<double>(c_[i]));
+            if (std::isnan(a))
+                return a;
+            largest = a > largest ? a : largest;
+        }
+        if (largest == 0.0 || std::isinf(largest))
+            return largest;
+        s = 0.0;
+        for (std::size_t i = 0; i < N; ++i)
+        {
+            const double q = static_cast<double>(c_[i]) / largest;
+            s += q * q;
+        }
+        return largest * std::sqrt(s);
     }
-    // Scales to unit length; returns false (and leaves the point unchanged) when the length is 0.
+    // Scales to unit length; returns false (and leaves the point unchanged) when the length is 0 or
+    // not finite.
     bool normalize()
     {
         static_assert(std::is_floating_point_v<T>, "only floating-point points can be normalised");
         const double len = length();
-        if (!(len > 0.0))
+        if (!(len > 0.0) || std::isinf(len))
             return false;
         for (std::size_t i = 0; i < N; ++i)
             c_[i] = static_cast<T>(c_[i] / len);
         return true;
     }
-    // A unit-length copy, or the zero point when the length is 0.
+    // A unit-length copy, or the zero point when the length is 0 or not finite.
     point normalized() const
     {
         point r = *this;
