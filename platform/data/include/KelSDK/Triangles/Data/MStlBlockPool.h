@@ -1,0 +1,168 @@
+// Bulk storage for mesh elements: a few large blocks, element addresses stable for the pool's
+// life, elements never moved. Used by the Standard kind for points, triangles and graph edges.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <iterator>
+#include <new>
+#include <type_traits>
+#include <vector>
+
+namespace KelSDK::Triangles::Data
+{
+template <typename T>
+class MStlBlockPool
+{
+    static_assert(std::is_trivially_destructible<T>::value, "pool elements are never destroyed one by one");
+
+public:
+    // Elements per block when no larger run is requested.
+    static constexpr size_t DefaultBlock = 65536;
+
+    struct Block
+    {
+        T* data;
+        size_t size;
+        size_t capacity;
+        size_t firstIndex;  // index of data[0] in the pool's order
+    };
+
+    MStlBlockPool() = default;
+    ~MStlBlockPool() { Clear(); }
+    MStlBlockPool(const MStlBlockPool&) = delete;
+    MStlBlockPool& operator=(const MStlBlockPool&) = delete;
+
+    size_t Size() const { return size_; }
+    const std::vector<Block>& Blocks() const { return blocks_; }
+
+    // Room for count elements in one contiguous run, returned uninitialised; the caller constructs
+    // them all and then calls Commit(count).
+    T* Reserve(size_t count)
+    {
+        if (blocks_.empty() || blocks_.back().capacity - blocks_.back().size < count)
+        {
+            const size_t capacity = std::max(count, DefaultBlock);
+            T* data = static_cast<T*>(::operator new(capacity * sizeof(T)));
+            blocks_.push_back(Block{data, 0, capacity, size_});
+            byAddress_.clear();
+        }
+        Block& b = blocks_.back();
+        return b.data + b.size;
+    }
+    void Commit(size_t count)
+    {
+        blocks_.back().size += count;
+        size_ += count;
+    }
+    // Appends one element and returns it.
+    T* Add(const T& value)
+    {
+        T* p = Reserve(1);
+        new (p) T(value);
+        Commit(1);
+        return p;
+    }
+
+    // The element at a position in pool order, or null when out of range.
+    T* At(size_t index) const
+    {
+        if (index >= size_)
+            return nullptr;
+        auto it = std::upper_bound(blocks_.begin(), blocks_.end(), index,
+                                   [](size_t i, const Block& b) { return i < b.firstIndex; });
+        const Block& b = *(it - 1);
+        return b.data + (index - b.firstIndex);
+    }
+    // Position of an element of this pool, or SIZE_MAX for a foreign address.
+    size_t IndexOf(const T* element) const
+    {
+        if (byAddress_.size() != blocks_.size())
+        {
+            byAddress_.resize(blocks_.size());
+            for (size_t i = 0; i < blocks_.size(); ++i)
+                byAddress_[i] = i;
+            std::sort(byAddress_.begin(), byAddress_.end(), [this](size_t a, size_t b) {
+                return std::less<const T*>()(blocks_[a].data, blocks_[b].data);
+            });
+        }
+        auto it = std::upper_bound(byAddress_.begin(), byAddress_.end(), element,
+                                   [this](const T* e, size_t b) { return std::less<const T*>()(e, blocks_[b].data); });
+        if (it == byAddress_.begin())
+            return SIZE_MAX;
+        const Block& b = blocks_[*(it - 1)];
+        if (!std::less<const T*>()(element, b.data + b.size))
+            return SIZE_MAX;
+        return b.firstIndex + static_cast<size_t>(element - b.data);
+    }
+    // Frees every block (elements are trivially destructible).
+    void Clear()
+    {
+        for (Block& b : blocks_)
+            ::operator delete(b.data);
+        blocks_.clear();
+        byAddress_.clear();
+        size_ = 0;
+    }
+
+    // Forward iteration in pool order.
+    template <typename Ref>
+    class Iterator
+    {
+    public:
+        using iterator_category = std::forward_iterator_tag;
+        using value_type = T;
+        using difference_type = std::ptrdiff_t;
+        using pointer = std::remove_reference_t<Ref>*;
+        using reference = Ref;
+
+        Iterator() = default;
+        Iterator(const MStlBlockPool* pool, size_t block, size_t offset) : pool_(pool), block_(block), offset_(offset)
+        {
+            Skip();
+        }
+        Ref operator*() const { return pool_->blocks_[block_].data[offset_]; }
+        pointer operator->() const { return &**this; }
+        Iterator& operator++()
+        {
+            ++offset_;
+            Skip();
+            return *this;
+        }
+        Iterator operator++(int)
+        {
+            Iterator old = *this;
+            ++*this;
+            return old;
+        }
+        friend bool operator==(const Iterator& a, const Iterator& b)
+        {
+            return a.block_ == b.block_ && a.offset_ == b.offset_;
+        }
+        friend bool operator!=(const Iterator& a, const Iterator& b) { return !(a == b); }
+
+    private:
+        void Skip()
+        {
+            while (pool_ && block_ < pool_->blocks_.size() && offset_ >= pool_->blocks_[block_].size)
+            {
+                ++block_;
+                offset_ = 0;
+            }
+        }
+        const MStlBlockPool* pool_ = nullptr;
+        size_t block_ = 0;
+        size_t offset_ = 0;
+    };
+
+    Iterator<T&> begin() const { return Iterator<T&>(this, 0, 0); }
+    Iterator<T&> end() const { return Iterator<T&>(this, blocks_.size(), 0); }
+
+private:
+    std::vector<Block> blocks_;
+    mutable std::vector<size_t> byAddress_;
+    size_t size_ = 0;
+};
+}  // namespace KelSDK::Triangles::Data

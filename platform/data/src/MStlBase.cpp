@@ -1,0 +1,384 @@
+#include <KelSDK/Triangles/Data/MStlBase.h>
+
+#include <algorithm>
+#include <limits>
+
+namespace KelSDK::Triangles::Data
+{
+MStlBase::MStlBase()
+    : properties_(this), hybrid_(this), pointList_(*this), surfaceList_(std::make_unique<MStlSurfaceList>(this)),
+      curves_(this), borders_(this)
+{
+}
+
+MStlBase::~MStlBase()
+{
+    // Attachments may look at the mesh while they go; they go first.
+    dependencies_.clear();
+}
+
+MStlIteratorStlPointConst MStlBase::BeginPoint() const { return MStlIteratorStlPointConst(&points_, 0, 0); }
+MStlIteratorStlPointConst MStlBase::EndPoint() const
+{
+    return MStlIteratorStlPointConst(&points_, points_.Blocks().size(), 0);
+}
+MStlIteratorStlTriangleConst MStlBase::BeginTriangle() const
+{
+    return MStlIteratorStlTriangleConst(&triangles_, 0, 0);
+}
+MStlIteratorStlTriangleConst MStlBase::EndTriangle() const
+{
+    return MStlIteratorStlTriangleConst(&triangles_, triangles_.Blocks().size(), 0);
+}
+MStlRange<MStlIteratorStlEdgeConst> MStlBase::GraphEdges() const
+{
+    return {MStlIteratorStlEdgeConst(&edges_, 0, 0), MStlIteratorStlEdgeConst(&edges_, edges_.Blocks().size(), 0)};
+}
+
+void MStlBase::_ClearGeometry()
+{
+    pointList_._Clear();
+    points_.Clear();
+    triangles_.Clear();
+    edges_.Clear();
+    for (size_t i = 0; i < surfaceList_->GetNumSurfaces(false); ++i)
+        surfaceList_->GetSurface(i)->triangles_ = std::vector<MStlTriangle*>();
+    hybrid_._Clear();
+    colorMasks_.Clear();
+    faceGroups_.reset();
+    marks_.InvalidateValidity();
+    borders_.Clear();
+    validity_.InvalidateBoundingBox();
+    validity_.ValidateTriangleVisibilities();
+}
+
+void MStlBase::ClearStl(bool all)
+{
+    _ClearGeometry();
+    if (all)
+    {
+        surfaceList_->surfaces_.resize(1);
+        MStlSurface* main = surfaceList_->GetSurface(0);
+        main->SetName(std::wstring());
+        main->SetVisible(true);
+        curves_.Clear();
+        registeredPoints_.Clear();
+        textures_.Clear();
+        history_.Clear();
+    }
+    for (auto& d : dependencies_)
+        d.second->OnClear(*this);
+}
+
+MStlPoint* MStlBase::CreatePoint(int x, int y, int z)
+{
+    MStlPoint* p = points_.Add(MStlPoint(x, y, z));
+    const bool sortedRun = true;
+    pointList_._Append(p, p, 1);
+    pointList_._IndexNewPoints(p, 1, sortedRun);
+    validity_.InvalidateBoundingBox();
+    _NotifyPointsAdded(points_.Size() - 1, 1);
+    return p;
+}
+
+bool MStlBase::CreatePoints(std::vector<std::array<int, 3>> points, std::vector<MStlPoint*>* createdPoints)
+{
+    if (hybrid_.GetState() != eStlStandard)
+        return false;
+    const size_t n = points.size();
+    if (createdPoints)
+        createdPoints->clear();
+    if (n == 0)
+        return true;
+    const size_t firstIndex = points_.Size();
+    MStlPoint* base = points_.Reserve(n);
+    bool sorted = true;
+    for (size_t i = 0; i < n; ++i)
+    {
+        MStlPoint* p = new (base + i) MStlPoint(points[i][0], points[i][1], points[i][2]);
+        p->next_ = base + i + 1;
+        if (i > 0 && sorted && MStlPoint::LessZXY(*p, base[i - 1]))
+            sorted = false;
+    }
+    points = std::vector<std::array<int, 3>>();
+    points_.Commit(n);
+    pointList_._Append(base, base + n - 1, n);
+    pointList_._IndexNewPoints(base, n, sorted);
+    if (createdPoints)
+    {
+        createdPoints->resize(n);
+        for (size_t i = 0; i < n; ++i)
+            (*createdPoints)[i] = base + i;
+    }
+    validity_.InvalidateBoundingBox();
+    _NotifyPointsAdded(firstIndex, n);
+    return true;
+}
+
+size_t MStlBase::NumberOfTriangles() const
+{
+    return hybrid_.GetState() == eStlStandard ? triangles_.Size() : hybrid_.GetNumTriangles();
+}
+
+MStlTriangle* MStlBase::CreateTriangle(MStlPoint* p0, MStlPoint* p1, MStlPoint* p2, MStlSurface* surface)
+{
+    if (hybrid_.GetState() != eStlStandard || !p0 || !p1 || !p2 ||
+        triangles_.Size() >= std::numeric_limits<uint32_t>::max())
+        return nullptr;
+    if (!surface)
+        surface = GetMainSurface();
+    else if (surface->GetStl() != this)
+        return nullptr;
+    MStlTriangle* t = triangles_.Reserve(1);
+    new (t) MStlTriangle();
+    t->points_[0] = p0;
+    t->points_[1] = p1;
+    t->points_[2] = p2;
+    t->surface_ = surface;
+    t->index_ = static_cast<uint32_t>(triangles_.Size());
+    triangles_.Commit(1);
+    surface->triangles_.push_back(t);
+    _NotifyTrianglesAdded(t->index_, 1);
+    return t;
+}
+
+bool MStlBase::Create(std::vector<std::array<int, 3>> points,
+                      std::vector<std::vector<std::array<size_t, 3>>> trianglesPerSurface,
+                      const std::vector<MStlSurface*>* surfaces, std::vector<MStlPoint*>* createdPoints,
+                      std::vector<MStlTriangle*>* createdTriangles)
+{
+    if (hybrid_.GetState() != eStlStandard)
+        return false;
+    // Check everything before touching the mesh: surfaces, counts, indices.
+    const size_t numPoints = points.size();
+    size_t numTriangles = 0;
+    std::vector<MStlSurface*> target(trianglesPerSurface.size(), nullptr);
+    for (size_t s = 0; s < trianglesPerSurface.size(); ++s)
+    {
+        MStlSurface* surface = (surfaces && s < surfaces->size()) ? (*surfaces)[s] : nullptr;
+        if (surface && surface->GetStl() != this)
+            return false;
+        target[s] = surface ? surface : GetMainSurface();
+        for (const std::array<size_t, 3>& t : trianglesPerSurface[s])
+            if (t[0] >= numPoints || t[1] >= numPoints || t[2] >= numPoints)
+                return false;
+        numTriangles += trianglesPerSurface[s].size();
+    }
+    const size_t firstTriangle = triangles_.Size();
+    if (numTriangles > std::numeric_limits<uint32_t>::max() - firstTriangle)
+        return false;
+
+    // Points: one contiguous run, so that input index i is base + i.
+    const size_t firstPoint = points_.Size();
+    MStlPoint* base = nullptr;
+    if (numPoints > 0)
+    {
+        base = points_.Reserve(numPoints);
+        bool sorted = true;
+        for (size_t i = 0; i < numPoints; ++i)
+        {
+            MStlPoint* p = new (base + i) MStlPoint(points[i][0], points[i][1], points[i][2]);
+            p->next_ = base + i + 1;
+            if (i > 0 && sorted && MStlPoint::LessZXY(*p, base[i - 1]))
+                sorted = false;
+        }
+        points = std::vector<std::array<int, 3>>();
+        points_.Commit(numPoints);
+        pointList_._Append(base, base + numPoints - 1, numPoints);
+        pointList_._IndexNewPoints(base, numPoints, sorted);
+    }
+    if (createdPoints)
+    {
+        createdPoints->resize(numPoints);
+        for (size_t i = 0; i < numPoints; ++i)
+            (*createdPoints)[i] = base + i;
+    }
+
+    // Triangles: one contiguous run in input order.
+    if (createdTriangles)
+    {
+        createdTriangles->clear();
+        createdTriangles->reserve(numTriangles);
+    }
+    if (numTriangles > 0)
+    {
+        MStlTriangle* t = triangles_.Reserve(numTriangles);
+        uint32_t index = static_cast<uint32_t>(firstTriangle);
+        for (size_t s = 0; s < trianglesPerSurface.size(); ++s)
+        {
+            MStlSurface* surface = target[s];
+            std::vector<MStlTriangle*>& list = surface->triangles_;
+            list.reserve(list.size() + trianglesPerSurface[s].size());
+            for (const std::array<size_t, 3>& c : trianglesPerSurface[s])
+            {
+                new (t) MStlTriangle();
+                t->points_[0] = base + c[0];
+                t->points_[1] = base + c[1];
+                t->points_[2] = base + c[2];
+                t->surface_ = surface;
+                t->index_ = index++;
+                list.push_back(t);
+                if (createdTriangles)
+                    createdTriangles->push_back(t);
+                ++t;
+            }
+            trianglesPerSurface[s] = std::vector<std::array<size_t, 3>>();
+        }
+        triangles_.Commit(numTriangles);
+    }
+    validity_.InvalidateBoundingBox();
+    if (numPoints > 0)
+        _NotifyPointsAdded(firstPoint, numPoints);
+    if (numTriangles > 0)
+        _NotifyTrianglesAdded(firstTriangle, numTriangles);
+    return true;
+}
+
+MStlSurface* MStlBase::GetMainSurface() const { return surfaceList_->GetSurface(0); }
+
+MStlSurface* MStlBase::AddSurface(const MStlSurface* model) { return surfaceList_->AddNewSurface(model); }
+
+bool MStlBase::MoveTriangleToSurface(MStlTriangle* triangle, MStlSurface* surface)
+{
+    if (!triangle || !surface || surface->GetStl() != this || triangle->GetStl() != this)
+        return false;
+    MStlSurface* from = triangle->surface_;
+    if (from == surface)
+        return true;
+    auto& list = from->triangles_;
+    auto it = std::find(list.begin(), list.end(), triangle);
+    if (it != list.end())
+        list.erase(it);
+    triangle->surface_ = surface;
+    surface->triangles_.push_back(triangle);
+    NotifyTrianglesChanged();
+    return true;
+}
+
+MStlGraphEdge* MStlBase::CreateGraphEdge(MStlPoint* p0, MStlPoint* p1)
+{
+    if (!p0 || !p1)
+        return nullptr;
+    MStlGraphEdge* e = edges_.Add(MStlGraphEdge(p0, p1));
+    e->index_ = edges_.Size() - 1;
+    return e;
+}
+
+MStlBaseFaceGroupInfo* MStlBase::_CreateFaceGroupInfo()
+{
+    if (!faceGroups_)
+    {
+        faceGroups_ = std::make_unique<MStlBaseFaceGroupInfo>();
+        faceGroups_->Resize(NumberOfTriangles());
+    }
+    return faceGroups_.get();
+}
+
+const KelSDK::Math::boundingbox<int, 3>& MStlBase::GetBoundingBox() const
+{
+    if (!validity_.IsBoundingBoxValid())
+    {
+        int e[6];
+        boundingBox_ = KelSDK::Math::boundingbox<int, 3>();
+        if (properties_.CalculateExtremes(e[0], e[1], e[2], e[3], e[4], e[5]))
+            boundingBox_ = KelSDK::Math::boundingbox<int, 3>(KelSDK::Math::point<int, 3>(e[0], e[2], e[4]),
+                                                              KelSDK::Math::point<int, 3>(e[1], e[3], e[5]));
+        validity_.boundingBoxValid_ = true;
+    }
+    return boundingBox_;
+}
+
+void MStlBase::SetBoundingBox(const KelSDK::Math::boundingbox<int, 3>& box)
+{
+    boundingBox_ = box;
+    validity_.boundingBoxValid_ = true;
+}
+
+MStlDependency* MStlBase::FindDependency(const std::string& key) const
+{
+    auto it = dependencies_.find(key);
+    return it == dependencies_.end() ? nullptr : it->second.get();
+}
+
+MStlDependency* MStlBase::SetDependency(const std::string& key, std::unique_ptr<MStlDependency> dependency)
+{
+    if (!dependency)
+    {
+        RemoveDependency(key);
+        return nullptr;
+    }
+    std::unique_ptr<MStlDependency>& slot = dependencies_[key];
+    slot = std::move(dependency);
+    return slot.get();
+}
+
+bool MStlBase::RemoveDependency(const std::string& key)
+{
+    auto it = dependencies_.find(key);
+    if (it == dependencies_.end())
+        return false;
+    // Take it out of the map first: its destructor may look the mesh up.
+    std::unique_ptr<MStlDependency> gone = std::move(it->second);
+    dependencies_.erase(it);
+    return true;
+}
+
+void MStlBase::NotifyTrianglesChanged()
+{
+    for (auto& d : dependencies_)
+        d.second->OnTrianglesChanged(*this);
+}
+
+void MStlBase::_NotifyTrianglesAdded(size_t first, size_t count)
+{
+    if (faceGroups_)
+        faceGroups_->Resize(first + count);
+    for (auto& d : dependencies_)
+        d.second->OnTrianglesAdded(*this, first, count);
+}
+
+void MStlBase::_NotifyPointsAdded(size_t first, size_t count)
+{
+    for (auto& d : dependencies_)
+        d.second->OnPointsAdded(*this, first, count);
+}
+
+bool MStlBaseProperties::CalculateExtremes(int& xmin, int& xmax, int& ymin, int& ymax, int& zmin,
+                                           int& zmax) const
+{
+    int e[6] = {0, 0, 0, 0, 0, 0};
+    bool any = false;
+    const MStlHybrid& hybrid = stl_->GetStlHybrid();
+    switch (hybrid.GetState())
+    {
+    case eStlCompact: any = hybrid.GetStlCompact()->GetExtremes(e); break;
+    case eStlOnDisk: any = hybrid.GetStlOnDisk()->GetExtremes(e); break;
+    default:
+        for (const MStlPoint& p : stl_->Points())
+        {
+            if (!any)
+            {
+                e[0] = e[1] = p.GetX();
+                e[2] = e[3] = p.GetY();
+                e[4] = e[5] = p.GetZ();
+                any = true;
+                continue;
+            }
+            e[0] = std::min(e[0], p.GetX());
+            e[1] = std::max(e[1], p.GetX());
+            e[2] = std::min(e[2], p.GetY());
+            e[3] = std::max(e[3], p.GetY());
+            e[4] = std::min(e[4], p.GetZ());
+            e[5] = std::max(e[5], p.GetZ());
+        }
+        break;
+    }
+    xmin = e[0];
+    xmax = e[1];
+    ymin = e[2];
+    ymax = e[3];
+    zmin = e[4];
+    zmax = e[5];
+    return any;
+}
+}  // namespace KelSDK::Triangles::Data
