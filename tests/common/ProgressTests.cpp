@@ -30,7 +30,7 @@ public:
     std::vector<double> values;
     bool cancelled = false;
 };
-}  // namespace
+} // namespace
 
 TEST(IncrementalProgressReporter, ForwardsInVisibleStepsOnlyAndEndsWithOne)
 {
@@ -136,7 +136,7 @@ TEST(IncrementalProgressReporter, NullDelegateCountsWithoutReporting)
     EXPECT_FALSE(reporter.HasDelegate());
     auto nested = reporter.CreateNestedDelegate(0.5);
     ASSERT_NE(nested, nullptr);
-    nested->SetProgress(0.5);  // goes nowhere
+    nested->SetProgress(0.5); // goes nowhere
     EXPECT_FALSE(nested->IsCancelled());
     IncrementalProgressReporter unnamed(nullptr, nullptr, 1);
     EXPECT_EQ(unnamed.GetScope(), "");
@@ -169,13 +169,13 @@ TEST(ProgressNesting, TwoLevelsDeepThroughNestedReporters)
 {
     auto delegate = std::make_shared<RecordingDelegate>();
     IncrementalProgressReporter outer(delegate, "outer", 4, false);
-    outer += 2;  // 0.5
-    auto level1 = outer.CreateNestedDelegate(0.25);  // [0.5, 0.75]
+    outer += 2;                                     // 0.5
+    auto level1 = outer.CreateNestedDelegate(0.25); // [0.5, 0.75]
     {
         IncrementalProgressReporter middle(level1, "middle", 10, false);
-        middle += 4;  // 0.4 of the slice: 0.6
+        middle += 4; // 0.4 of the slice: 0.6
         EXPECT_DOUBLE_EQ(delegate->Last(), 0.6);
-        auto level2 = middle.CreateNestedDelegate(0.5);  // [0.4, 0.9] of the slice: [0.6, 0.725]
+        auto level2 = middle.CreateNestedDelegate(0.5); // [0.4, 0.9] of the slice: [0.6, 0.725]
         {
             IncrementalProgressReporter inner(level2, "inner", 2, false);
             ++inner;
@@ -194,7 +194,7 @@ TEST(ProgressNesting, WeightIsClampedAndCancellationPassesThrough)
     {
         IncrementalProgressReporter reporter(delegate, "clamp", 10, false);
         reporter += 8;
-        nested = reporter.CreateNestedDelegate(5.0);  // only 0.2 is left
+        nested = reporter.CreateNestedDelegate(5.0); // only 0.2 is left
         nested->SetProgress(1.0);
         EXPECT_DOUBLE_EQ(delegate->Last(), 1.0);
         delegate->cancelled = true;

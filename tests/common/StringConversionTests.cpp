@@ -27,15 +27,15 @@ void expectByteRoundTrip(const std::string& s)
     EXPECT_EQ(SC::Utf16ToUtf8(SC::Utf8ToUtf16(s)), s);
     EXPECT_EQ(SC::NativeToUtf8(SC::Utf16ToNative(SC::NativeToUtf16(SC::Utf8ToNative(s)))), s);
 }
-}  // namespace
+} // namespace
 
 TEST(StringConversion, ValidTextDecodesToItsCodePoints)
 {
     EXPECT_EQ(SC::LocaleToNative("solid part"), L"solid part");
-    EXPECT_EQ(SC::Utf8ToNative("\xC3\xA9t\xC3\xA9"), L"\u00E9t\u00E9");                     // 2-byte
-    EXPECT_EQ(SC::Utf8ToNative("\xE2\x82\xAC 5"), L"\u20AC 5");                             // 3-byte
-    EXPECT_EQ(SC::Utf8ToNative("\xF0\x9F\x98\x80"), std::wstring(1, wchar_t(0x1F600)));     // 4-byte
-    EXPECT_EQ(SC::Utf8ToNative("\xF4\x8F\xBF\xBF"), std::wstring(1, wchar_t(0x10FFFF)));    // the last
+    EXPECT_EQ(SC::Utf8ToNative("\xC3\xA9t\xC3\xA9"), L"\u00E9t\u00E9");                  // 2-byte
+    EXPECT_EQ(SC::Utf8ToNative("\xE2\x82\xAC 5"), L"\u20AC 5");                          // 3-byte
+    EXPECT_EQ(SC::Utf8ToNative("\xF0\x9F\x98\x80"), std::wstring(1, wchar_t(0x1F600)));  // 4-byte
+    EXPECT_EQ(SC::Utf8ToNative("\xF4\x8F\xBF\xBF"), std::wstring(1, wchar_t(0x10FFFF))); // the last
     EXPECT_EQ(SC::Utf8ToNative("\xEF\xBF\xBD"), L"\uFFFD");
     EXPECT_EQ(SC::Utf8ToUtf16("\xF0\x9F\x98\x80"), std::u16string(u"\xD83D\xDE00"));
     EXPECT_EQ(SC::NativeToUtf8(L"\u00E9\u20AC"), "\xC3\xA9\xE2\x82\xAC");
@@ -57,19 +57,20 @@ TEST(StringConversion, InvalidBytesBecomeSurrogateEscapes)
         std::u16string expected;
     };
     const Case cases[] = {
-        {bytes({0x80}), u"\xDC80"},                                  // stray continuation
-        {bytes({0xC3}), u"\xDCC3"},                                  // truncated at the end
-        {bytes({0xC3, 0x41}), u"\xDCC3" u"A"},                      // truncated by ASCII
-        {bytes({0xC0, 0xAF}), u"\xDCC0\xDCAF"},                     // overlong '/'
-        {bytes({0xC1, 0xBF}), u"\xDCC1\xDCBF"},                     // overlong
-        {bytes({0xE0, 0x80, 0xAF}), u"\xDCE0\xDC80\xDCAF"},         // overlong 3-byte '/'
-        {bytes({0xF0, 0x80, 0x80, 0xAF}), u"\xDCF0\xDC80\xDC80\xDCAF"},  // overlong 4-byte
-        {bytes({0xED, 0xA0, 0x80}), u"\xDCED\xDCA0\xDC80"},         // encoded surrogate U+D800
-        {bytes({0xF4, 0x90, 0x80, 0x80}), u"\xDCF4\xDC90\xDC80\xDC80"},  // above U+10FFFF
+        {bytes({0x80}), u"\xDC80"}, // stray continuation
+        {bytes({0xC3}), u"\xDCC3"}, // truncated at the end
+        {bytes({0xC3, 0x41}), u"\xDCC3"
+                              u"A"},                                    // truncated by ASCII
+        {bytes({0xC0, 0xAF}), u"\xDCC0\xDCAF"},                         // overlong '/'
+        {bytes({0xC1, 0xBF}), u"\xDCC1\xDCBF"},                         // overlong
+        {bytes({0xE0, 0x80, 0xAF}), u"\xDCE0\xDC80\xDCAF"},             // overlong 3-byte '/'
+        {bytes({0xF0, 0x80, 0x80, 0xAF}), u"\xDCF0\xDC80\xDC80\xDCAF"}, // overlong 4-byte
+        {bytes({0xED, 0xA0, 0x80}), u"\xDCED\xDCA0\xDC80"},             // encoded surrogate U+D800
+        {bytes({0xF4, 0x90, 0x80, 0x80}), u"\xDCF4\xDC90\xDC80\xDC80"}, // above U+10FFFF
         {bytes({0xF5, 0x80}), u"\xDCF5\xDC80"},
         {bytes({0xFF, 0xFE}), u"\xDCFF\xDCFE"},
-        {bytes({0xE2, 0x82}), u"\xDCE2\xDC82"},                     // truncated 3-byte
-        {bytes({0xE2, 0x82, 0xAC, 0xAC}), u"\x20AC\xDCAC"},         // valid then stray
+        {bytes({0xE2, 0x82}), u"\xDCE2\xDC82"},             // truncated 3-byte
+        {bytes({0xE2, 0x82, 0xAC, 0xAC}), u"\x20AC\xDCAC"}, // valid then stray
         {bytes({0xF0, 0x9F, 0x98, 0x80, 0xA0}), u"\xD83D\xDE00\xDCA0"},
     };
     for (const Case& c : cases)
@@ -94,7 +95,8 @@ TEST(StringConversion, ByteStringsRoundTripExactly)
 
     // Random bytes, mostly invalid; and random short fragments of valid multi-byte sequences.
     std::mt19937 random(12345);
-    const std::string pieces[] = {"\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80", "a", "\xED\x9F\xBF", "\xEE\x80\x80"};
+    const std::string pieces[] = {"\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x98\x80",
+                                  "a",        "\xED\x9F\xBF", "\xEE\x80\x80"};
     for (int round = 0; round < 500; ++round)
     {
         std::string s;
@@ -119,8 +121,11 @@ TEST(StringConversion, WideTextThatUtf8CannotHoldBecomesReplacementCharacter)
     EXPECT_EQ(SC::NativeToUtf8(std::wstring(1, wchar_t(0xD800))), "\xEF\xBF\xBD");
     EXPECT_EQ(SC::NativeToUtf8(std::wstring(1, wchar_t(0xDC7F))), "\xEF\xBF\xBD");
     EXPECT_EQ(SC::NativeToUtf8(std::wstring(1, wchar_t(0xDD00))), "\xEF\xBF\xBD");
-    EXPECT_EQ(SC::Utf16ToUtf8(u"\xD800" u"A"), "\xEF\xBF\xBD" "A");
-    EXPECT_EQ(SC::Utf16ToUtf8(u"\xDE00\xD83D"), "\xEF\xBF\xBD\xEF\xBF\xBD");  // pair in the wrong order
+    EXPECT_EQ(SC::Utf16ToUtf8(u"\xD800"
+                              u"A"),
+              "\xEF\xBF\xBD"
+              "A");
+    EXPECT_EQ(SC::Utf16ToUtf8(u"\xDE00\xD83D"), "\xEF\xBF\xBD\xEF\xBF\xBD"); // pair in the wrong order
     EXPECT_EQ(SC::Utf16ToUtf8(u"\xD83D\xDE00"), "\xF0\x9F\x98\x80");
     if constexpr (sizeof(wchar_t) == 4)
     {

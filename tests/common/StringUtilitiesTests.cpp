@@ -39,17 +39,17 @@ const Accepted accepted[] = {
     {"-1.234567e+02", -123.4567},
     {"3.4028234663852886e+38", 3.4028234663852886e+38},
     {"1.7976931348623157e308", 1.7976931348623157e308},
-    {"2.2250738585072014e-308", 2.2250738585072014e-308},  // smallest normal
-    {"4.9406564584124654e-324", 4.9406564584124654e-324},  // smallest denormal
-    {"1e-310", 1e-310},                                    // a denormal
+    {"2.2250738585072014e-308", 2.2250738585072014e-308}, // smallest normal
+    {"4.9406564584124654e-324", 4.9406564584124654e-324}, // smallest denormal
+    {"1e-310", 1e-310},                                   // a denormal
     {"inf", inf},
     {"INF", inf},
     {"-Infinity", -inf},
     {"+inf", inf},
-    {"1e999", inf},      // beyond the range: infinity, as strtod gives it
+    {"1e999", inf}, // beyond the range: infinity, as strtod gives it
     {"-1e999", -inf},
     {"1e99999999999999999999", inf},
-    {"1e-999", 0.0},     // below the smallest denormal: zero, as strtod gives it
+    {"1e-999", 0.0}, // below the smallest denormal: zero, as strtod gives it
     {"2e-324", 0.0},
     {"0.0000000000000000000000000001e-400", 0.0},
     {"0x10", 16.0},
@@ -62,11 +62,11 @@ const Accepted accepted[] = {
 };
 
 const char* const rejected[] = {
-    "", "-", "+", ".", "e5", "1e", "1e+", "1e-", "1,5", " 1", "1 ", "\t1", "1\n", "--1", "+-1", "-+1",
-    "1.2.3", "1e5.0", "0x", "0x+1", "0x-1", "0xg", "0xinf", "0x1p", "infinit", "nan(", "1f", "1d", "abc",
-    "1 2", "- 1", "0x1.8 ", "1e5x",
+    "",      "-",    "+",       ".",    "e5",  "1e",    "1e+",   "1e-", "1,5",  " 1",     "1 ",
+    "\t1",   "1\n",  "--1",     "+-1",  "-+1", "1.2.3", "1e5.0", "0x",  "0x+1", "0x-1",   "0xg",
+    "0xinf", "0x1p", "infinit", "nan(", "1f",  "1d",    "abc",   "1 2", "- 1",  "0x1.8 ", "1e5x",
 };
-}  // namespace
+} // namespace
 
 TEST(ExtractFloat, AcceptsWholeNumbers)
 {
@@ -132,7 +132,7 @@ TEST(ExtractFloat, ReadsOnlyTheGivenLength)
     EXPECT_EQ(value, 12.5);
     ASSERT_TRUE(ExtractFloat(std::string_view(text, 6), value));
     EXPECT_EQ(value, 12500.0);
-    EXPECT_FALSE(ExtractFloat(std::string_view(text, 5), value));  // "12.5e"
+    EXPECT_FALSE(ExtractFloat(std::string_view(text, 5), value)); // "12.5e"
 }
 
 TEST(ExtractFloat, IgnoresACommaDecimalLocale)

@@ -106,7 +106,7 @@ TEST(BoundingBox, EmptyBoxAndExtend)
     EXPECT_EQ(box.GetMax(), point3d(1, 5, 3));
     EXPECT_EQ(box.GetCenter(), point3d(0, 3.5, 3));
     EXPECT_EQ(box.GetSize(), point3d(2, 3, 0));
-    EXPECT_TRUE(box.Contains(point3d(1, 5, 3)));   // on the border
+    EXPECT_TRUE(box.Contains(point3d(1, 5, 3))); // on the border
     EXPECT_FALSE(box.Contains(point3d(1, 5, 3.0000001)));
 }
 
@@ -114,12 +114,12 @@ TEST(BoundingBox, ExtendWithBoxes)
 {
     boundingbox<double, 3> box(point3d(0, 0, 0), point3d(1, 1, 1));
     const boundingbox<double, 3> empty;
-    box.Extend(empty);  // an empty box changes nothing
+    box.Extend(empty); // an empty box changes nothing
     EXPECT_EQ(box.GetMin(), point3d(0, 0, 0));
     EXPECT_EQ(box.GetMax(), point3d(1, 1, 1));
 
     boundingbox<double, 3> grown;
-    grown.Extend(box);  // an empty box takes the other box as it is
+    grown.Extend(box); // an empty box takes the other box as it is
     EXPECT_EQ(grown.GetMin(), point3d(0, 0, 0));
     EXPECT_EQ(grown.GetMax(), point3d(1, 1, 1));
 

@@ -38,7 +38,7 @@ MMTransformMatrix generalAffine()
                              0.25, 0, 3, 7,  //
                              0, 0, 0, 1);
 }
-}  // namespace
+} // namespace
 
 TEST(MMTransformMatrix, DefaultIsIdentityAndElementsAreRowMajor)
 {
@@ -84,7 +84,8 @@ TEST(MMTransformMatrix, CompositionMatchesHandComputedProducts)
 
 TEST(MMTransformMatrix, TransformPositionsAndDirections)
 {
-    const MMTransformMatrix m = MMTransformMatrix::Translation(10, 20, 30) * MMTransformMatrix::RotationZ(pi / 2);
+    const MMTransformMatrix m =
+        MMTransformMatrix::Translation(10, 20, 30) * MMTransformMatrix::RotationZ(pi / 2);
     point3d p(1, 0, 0);
     ASSERT_TRUE(m.Transform(p, false));
     expectNear(p, point3d(10, 21, 30), 1e-12);
@@ -110,7 +111,8 @@ TEST(MMTransformMatrix, TransformPositionsAndDirections)
 
     // A rotation about an arbitrary axis agrees with the axis-aligned factories.
     expectNear(MMTransformMatrix::Rotation(point3d(0, 0, 5), 0.3), MMTransformMatrix::RotationZ(0.3), 1e-15);
-    expectNear(MMTransformMatrix::Rotation(point3d(-2, 0, 0), 0.3), MMTransformMatrix::RotationX(-0.3), 1e-15);
+    expectNear(MMTransformMatrix::Rotation(point3d(-2, 0, 0), 0.3), MMTransformMatrix::RotationX(-0.3),
+               1e-15);
     EXPECT_TRUE(MMTransformMatrix::Rotation(point3d(0, 0, 0), 1.0).IsIdentity());
     // 120 degrees about the diagonal cycles the axes.
     point3d e(1, 0, 0);
@@ -166,8 +168,8 @@ TEST(MMTransformMatrix, InverseTimesMatrixIsIdentity)
         generalAffine(),
         MMTransformMatrix::Rotation(point3d(1, -2, 0.5), 1.1) * MMTransformMatrix::Translation(-4, 2, 9),
         MMTransformMatrix::Scaling(1e-4, 2e3, 5),
-        MMTransformMatrix(1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0.5, 0, 1, 1),  // projective
-        MMTransformMatrix(0, 1, 0, 0, 0, 0, 1, 0, 1, 0, 0, 0, 0, 0, 0, 1),    // needs pivoting
+        MMTransformMatrix(1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0.5, 0, 1, 1), // projective
+        MMTransformMatrix(0, 1, 0, 0, 0, 0, 1, 0, 1, 0, 0, 0, 0, 0, 0, 1),   // needs pivoting
     };
     for (const MMTransformMatrix& m : matrices)
     {
@@ -189,11 +191,12 @@ TEST(MMTransformMatrix, SingularInverseFailsAndLeavesTheTargetAlone)
 {
     const MMTransformMatrix singular[] = {
         MMTransformMatrix::Scaling(1, 0, 1),
-        MMTransformMatrix(1, 2, 3, 0, 2, 4, 6, 0, 0, 0, 1, 0, 0, 0, 0, 1),  // dependent rows
+        MMTransformMatrix(1, 2, 3, 0, 2, 4, 6, 0, 0, 0, 1, 0, 0, 0, 0, 1), // dependent rows
         MMTransformMatrix(0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0),
-        MMTransformMatrix(1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0),  // no homogeneous part
-        MMTransformMatrix(1, 0, 0, std::numeric_limits<double>::infinity(), 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1),
-        MMTransformMatrix(1, 2, 0, 0, 1, 2 + 1e-16, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1),  // singular in doubles
+        MMTransformMatrix(1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0), // no homogeneous part
+        MMTransformMatrix(1, 0, 0, std::numeric_limits<double>::infinity(), 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0,
+                          1),
+        MMTransformMatrix(1, 2, 0, 0, 1, 2 + 1e-16, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1), // singular in doubles
     };
     for (const MMTransformMatrix& m : singular)
     {
@@ -214,12 +217,14 @@ TEST(MMTransformMatrix, IsOrthoNormal)
 {
     EXPECT_TRUE(MMTransformMatrix().IsOrthoNormal());
     EXPECT_TRUE(MMTransformMatrix::Rotation(point3d(3, 1, -2), 0.7).IsOrthoNormal());
-    EXPECT_TRUE((MMTransformMatrix::Translation(100, -5, 3) * MMTransformMatrix::RotationY(2.0)).IsOrthoNormal());
-    EXPECT_TRUE(MMTransformMatrix::Scaling(-1, 1, 1).IsOrthoNormal());  // a mirror keeps lengths
+    EXPECT_TRUE(
+        (MMTransformMatrix::Translation(100, -5, 3) * MMTransformMatrix::RotationY(2.0)).IsOrthoNormal());
+    EXPECT_TRUE(MMTransformMatrix::Scaling(-1, 1, 1).IsOrthoNormal()); // a mirror keeps lengths
 
     EXPECT_FALSE(MMTransformMatrix::Scaling(2.0).IsOrthoNormal());
     EXPECT_FALSE(MMTransformMatrix::Scaling(1, 1, 1.001).IsOrthoNormal());
-    EXPECT_FALSE(MMTransformMatrix(1, 0.1, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1).IsOrthoNormal());  // shear
+    EXPECT_FALSE(
+        MMTransformMatrix(1, 0.1, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1).IsOrthoNormal()); // shear
     EXPECT_FALSE(MMTransformMatrix(1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0.5, 1).IsOrthoNormal());
     EXPECT_FALSE(MMTransformMatrix(1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 2).IsOrthoNormal());
     const double nan = std::numeric_limits<double>::quiet_NaN();

@@ -50,4 +50,4 @@ bool ImageBitmap::operator==(const ImageBitmap& o) const
     return width_ == o.width_ && height_ == o.height_ && hasAlpha_ == o.hasAlpha_ && pixels_ == o.pixels_ &&
            originalData_ == o.originalData_ && metaData_ == o.metaData_;
 }
-}  // namespace KelSDK::Common
+} // namespace KelSDK::Common

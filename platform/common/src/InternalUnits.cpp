@@ -12,7 +12,7 @@ std::atomic<double>& stepsPerMillimetre()
     static std::atomic<double> value{MInternalUnits::Default};
     return value;
 }
-}  // namespace
+} // namespace
 
 double MInternalUnits::Get()
 {
@@ -25,4 +25,4 @@ void MInternalUnits::Set(double steps)
         return;
     stepsPerMillimetre().store(steps, std::memory_order_relaxed);
 }
-}  // namespace KelSDK::Common
+} // namespace KelSDK::Common

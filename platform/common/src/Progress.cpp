@@ -19,7 +19,7 @@ struct BaseProgressReporter::Sink
     {
         if (!delegate)
             return;
-        if (!(fraction >= 0.0))  // also catches NaN
+        if (!(fraction >= 0.0)) // also catches NaN
             fraction = 0.0;
         else if (fraction > 1.0)
             fraction = 1.0;
@@ -101,7 +101,7 @@ IncrementalProgressReporter::IncrementalProgressReporter(std::shared_ptr<IProgre
       stride_(std::max<uint64_t>(1, maximum / ReportSteps)), scope_(scope ? scope : "")
 {
     if (!HasDelegate())
-        return;  // nextReport_ stays at the largest value: operator++ never leaves its fast path
+        return; // nextReport_ stays at the largest value: operator++ never leaves its fast path
     if (startImmediately)
         _Report(GetFraction());
     nextReport_ = maximum_ == 0 ? 1 : std::min(stride_, maximum_);
@@ -151,8 +151,8 @@ void IncrementalProgressReporter::_Advance()
     }
     _Report(GetFraction());
     if (value_ >= maximum_)
-        nextReport_ = UINT64_MAX;  // complete: nothing visible is left until Finish
+        nextReport_ = UINT64_MAX; // complete: nothing visible is left until Finish
     else
         nextReport_ = (maximum_ - value_ > stride_) ? value_ + stride_ : maximum_;
 }
-}  // namespace KelSDK::Common
+} // namespace KelSDK::Common

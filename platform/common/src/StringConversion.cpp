@@ -16,7 +16,7 @@ namespace KelSDK::Common::StringConversion
 namespace
 {
 constexpr char32_t replacementCharacter = 0xFFFD;
-constexpr char32_t escapeBase = 0xDC00;  // invalid byte b (0x80..0xFF) becomes U+DC00 + b
+constexpr char32_t escapeBase = 0xDC00; // invalid byte b (0x80..0xFF) becomes U+DC00 + b
 
 bool isContinuation(unsigned char b)
 {
@@ -24,8 +24,7 @@ bool isContinuation(unsigned char b)
 }
 
 // Appends one code point as UTF-32, or as UTF-16 (a surrogate pair above U+FFFF) for 16-bit units.
-template <typename Unit>
-void appendCodePoint(std::basic_string<Unit>& out, char32_t cp)
+template <typename Unit> void appendCodePoint(std::basic_string<Unit>& out, char32_t cp)
 {
     if constexpr (sizeof(Unit) == 2)
     {
@@ -58,8 +57,8 @@ std::size_t decodeOne(const unsigned char* s, std::size_t i, std::size_t n, char
         if (left < 3)
             return 0;
         const unsigned char b1 = s[i + 1];
-        const unsigned char lo = (b0 == 0xE0) ? 0xA0 : 0x80;  // E0 80..9F would be overlong
-        const unsigned char hi = (b0 == 0xED) ? 0x9F : 0xBF;  // ED A0..BF would be a surrogate
+        const unsigned char lo = (b0 == 0xE0) ? 0xA0 : 0x80; // E0 80..9F would be overlong
+        const unsigned char hi = (b0 == 0xED) ? 0x9F : 0xBF; // ED A0..BF would be a surrogate
         if (b1 < lo || b1 > hi || !isContinuation(s[i + 2]))
             return 0;
         cp = (char32_t(b0 & 0x0F) << 12) | (char32_t(b1 & 0x3F) << 6) | (s[i + 2] & 0x3F);
@@ -70,8 +69,8 @@ std::size_t decodeOne(const unsigned char* s, std::size_t i, std::size_t n, char
         if (left < 4)
             return 0;
         const unsigned char b1 = s[i + 1];
-        const unsigned char lo = (b0 == 0xF0) ? 0x90 : 0x80;  // F0 80..8F would be overlong
-        const unsigned char hi = (b0 == 0xF4) ? 0x8F : 0xBF;  // F4 90.. would exceed U+10FFFF
+        const unsigned char lo = (b0 == 0xF0) ? 0x90 : 0x80; // F0 80..8F would be overlong
+        const unsigned char hi = (b0 == 0xF4) ? 0x8F : 0xBF; // F4 90.. would exceed U+10FFFF
         if (b1 < lo || b1 > hi || !isContinuation(s[i + 2]) || !isContinuation(s[i + 3]))
             return 0;
         cp = (char32_t(b0 & 0x07) << 18) | (char32_t(b1 & 0x3F) << 12) | (char32_t(s[i + 2] & 0x3F) << 6) |
@@ -81,8 +80,7 @@ std::size_t decodeOne(const unsigned char* s, std::size_t i, std::size_t n, char
     return 0;
 }
 
-template <typename Unit>
-std::basic_string<Unit> decodeUtf8(const char* text, std::size_t n)
+template <typename Unit> std::basic_string<Unit> decodeUtf8(const char* text, std::size_t n)
 {
     std::basic_string<Unit> out;
     out.reserve(n);
@@ -137,8 +135,7 @@ void appendUtf8(std::string& out, char32_t cp)
 
 // Reads the next code point from 32-bit or 16-bit units (a high surrogate followed by a low one in
 // 16-bit units forms a pair); lone surrogates are returned as they are.
-template <typename Unit>
-char32_t nextCodePoint(const Unit* s, std::size_t n, std::size_t& i)
+template <typename Unit> char32_t nextCodePoint(const Unit* s, std::size_t n, std::size_t& i)
 {
     char32_t cp = static_cast<char32_t>(s[i]);
     if constexpr (sizeof(Unit) == 2)
@@ -158,8 +155,7 @@ char32_t nextCodePoint(const Unit* s, std::size_t n, std::size_t& i)
     return cp;
 }
 
-template <typename Unit>
-std::string encodeUtf8(const Unit* s, std::size_t n)
+template <typename Unit> std::string encodeUtf8(const Unit* s, std::size_t n)
 {
     std::string out;
     out.reserve(n);
@@ -179,8 +175,7 @@ std::string encodeUtf8(const Unit* s, std::size_t n)
 
 // Re-encodes between unit widths without judging the content: pairs join (16 to 32 bits) or split
 // (32 to 16 bits), lone surrogates pass through, values above U+10FFFF become U+FFFD.
-template <typename To, typename From>
-std::basic_string<To> recode(const From* s, std::size_t n)
+template <typename To, typename From> std::basic_string<To> recode(const From* s, std::size_t n)
 {
     std::basic_string<To> out;
     out.reserve(n);
@@ -223,7 +218,7 @@ std::string wideToAnsi(const wchar_t* text, std::size_t n)
     return out;
 }
 #endif
-}  // namespace
+} // namespace
 
 std::wstring LocaleToNative(const char* text)
 {
@@ -294,4 +289,4 @@ std::string Utf16ToUtf8(const std::u16string& text)
 {
     return encodeUtf8(text.data(), text.size());
 }
-}  // namespace KelSDK::Common::StringConversion
+} // namespace KelSDK::Common::StringConversion

@@ -32,11 +32,11 @@ int digitValue(char c)
 bool isOverflow(const char* p, const char* end, bool hex)
 {
     const int base = hex ? 16 : 10;
-    const int64_t digitPower = hex ? 4 : 1;  // exponent units (of 2 or 10) per digit
+    const int64_t digitPower = hex ? 4 : 1; // exponent units (of 2 or 10) per digit
     const char exponentMark = hex ? 'p' : 'e';
     const int64_t limit = int64_t(1) << 40;
 
-    int64_t leading = 0;  // power (in exponent units) of the first non-zero digit
+    int64_t leading = 0; // power (in exponent units) of the first non-zero digit
     bool seenNonZero = false;
     bool afterPoint = false;
     int64_t integerDigits = 0;
@@ -91,7 +91,7 @@ bool isOverflow(const char* p, const char* end, bool hex)
     }
     return leading + exponent > 0;
 }
-}  // namespace
+} // namespace
 
 bool ExtractFloat(const char* text, std::size_t length, double& value)
 {
@@ -153,4 +153,4 @@ bool StartsWithNoCase(std::string_view text, std::string_view prefix)
 {
     return text.size() >= prefix.size() && EqualsNoCase(text.substr(0, prefix.size()), prefix);
 }
-}  // namespace KelSDK::Common::StringUtilities
+} // namespace KelSDK::Common::StringUtilities

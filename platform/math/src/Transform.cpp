@@ -30,7 +30,7 @@ point<double, 3> toDouble(const point<float, 3>& p)
 {
     return point<double, 3>(static_cast<double>(p[0]), static_cast<double>(p[1]), static_cast<double>(p[2]));
 }
-}  // namespace
+} // namespace
 
 MMTransform::~MMTransform() = default;
 
@@ -248,7 +248,8 @@ bool MMTransformMatrix::IsOrthoNormal(double tolerance) const
     for (int i = 0; i < 3; ++i)
         for (int j = i; j < 3; ++j)
         {
-            const double d = m_[i * 4] * m_[j * 4] + m_[i * 4 + 1] * m_[j * 4 + 1] + m_[i * 4 + 2] * m_[j * 4 + 2];
+            const double d =
+                m_[i * 4] * m_[j * 4] + m_[i * 4 + 1] * m_[j * 4 + 1] + m_[i * 4 + 2] * m_[j * 4 + 2];
             const double expected = (i == j) ? 1.0 : 0.0;
             if (!(std::fabs(d - expected) <= tolerance))
                 return false;
@@ -320,4 +321,4 @@ bool MMTransformMatrix::Transform(point<double, 3>& out, const point<double, 3>&
     out = r;
     return true;
 }
-}  // namespace KelSDK::Math
+} // namespace KelSDK::Math

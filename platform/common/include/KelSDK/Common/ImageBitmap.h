@@ -19,10 +19,10 @@ public:
     // Where the image came from; four free texts, stored in files in this declared order.
     struct OriginalMetaData
     {
-        std::wstring fileName;     // name of the image file the bitmap was loaded from
-        std::wstring format;       // encoding of the original data, such as L"png"
-        std::wstring description;  // free description
-        std::wstring author;       // creator or copyright holder
+        std::wstring fileName;    // name of the image file the bitmap was loaded from
+        std::wstring format;      // encoding of the original data, such as L"png"
+        std::wstring description; // free description
+        std::wstring author;      // creator or copyright holder
 
         bool operator==(const OriginalMetaData& o) const;
         bool operator!=(const OriginalMetaData& o) const { return !(*this == o); }
@@ -68,4 +68,4 @@ private:
     std::vector<uint8_t> originalData_;
     OriginalMetaData metaData_;
 };
-}  // namespace KelSDK::Common
+} // namespace KelSDK::Common

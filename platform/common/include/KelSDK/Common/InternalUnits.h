@@ -17,4 +17,4 @@ public:
     // Sets the steps per millimetre; values that are not finite and positive are ignored.
     static void Set(double stepsPerMillimetre);
 };
-}  // namespace KelSDK::Common
+} // namespace KelSDK::Common

@@ -62,8 +62,8 @@ public:
 
     // scope names the operation ("Library.Class.Method"); a maximum of 0 counts as already complete;
     // startImmediately reports 0 at once, otherwise the first report comes with the first visible step.
-    IncrementalProgressReporter(std::shared_ptr<IProgressDelegate> delegate, const char* scope, uint64_t maximum,
-                                bool startImmediately = true);
+    IncrementalProgressReporter(std::shared_ptr<IProgressDelegate> delegate, const char* scope,
+                                uint64_t maximum, bool startImmediately = true);
     // Reports 1 unless Finish already did.
     ~IncrementalProgressReporter() override;
 
@@ -103,4 +103,4 @@ private:
     bool finished_ = false;
     std::string scope_;
 };
-}  // namespace KelSDK::Common
+} // namespace KelSDK::Common

@@ -44,4 +44,4 @@ KELSDK_COMMON_EXPORT std::wstring Utf16ToNative(const std::u16string& text);
 KELSDK_COMMON_EXPORT std::u16string Utf8ToUtf16(const std::string& text);
 // UTF-16 to UTF-8 (escaped bytes restored, other lone surrogates become U+FFFD); never fails.
 KELSDK_COMMON_EXPORT std::string Utf16ToUtf8(const std::u16string& text);
-}  // namespace KelSDK::Common::StringConversion
+} // namespace KelSDK::Common::StringConversion

@@ -22,4 +22,4 @@ KELSDK_COMMON_EXPORT bool ExtractFloat(const char* text, std::size_t length, dou
 KELSDK_COMMON_EXPORT bool EqualsNoCase(std::string_view a, std::string_view b);
 // True when text begins with prefix, ASCII letters compared case-insensitively.
 KELSDK_COMMON_EXPORT bool StartsWithNoCase(std::string_view text, std::string_view prefix);
-}  // namespace KelSDK::Common::StringUtilities
+} // namespace KelSDK::Common::StringUtilities

@@ -103,4 +103,4 @@ public:
 private:
     double m_[16];
 };
-}  // namespace KelSDK::Math
+} // namespace KelSDK::Math
