@@ -138,7 +138,9 @@ public:
                       "MFile reads bool, char, 8/16/32/64-bit integers, float and double only "
                       "(wchar_t and long differ in size between platforms)");
         bool ok = true;
-        if (count != 0 && count <= (readEnd_ - pos_) / sizeof(T))
+        // readEnd_ is 0 unless reading, so a write cursor never passes for readable bytes.
+        const size_t available = readEnd_ > pos_ ? readEnd_ - pos_ : 0;
+        if (count != 0 && count <= available / sizeof(T))
         {
             std::memcpy(dst, buffer_ + pos_, count * sizeof(T));
             pos_ += count * sizeof(T);
@@ -156,7 +158,8 @@ public:
         static_assert(Detail::kIsFileScalar<T>,
                       "MFile writes bool, char, 8/16/32/64-bit integers, float and double only "
                       "(wchar_t and long differ in size between platforms)");
-        if (count != 0 && count <= (writeEnd_ - pos_) / sizeof(T))
+        const size_t room = writeEnd_ > pos_ ? writeEnd_ - pos_ : 0;
+        if (count != 0 && count <= room / sizeof(T))
         {
             Detail::StoreLittleEndian(buffer_ + pos_, src, count);
             pos_ += count * sizeof(T);
