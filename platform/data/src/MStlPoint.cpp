@@ -90,7 +90,8 @@ void MStlPointList::_IndexNewPoints(MStlPoint* first, size_t count, bool sortedR
         return;
     const bool extendsSorted = sortedRun && sortedCount_ == index_.size() &&
                                (sortedCount_ == 0 || !MStlPoint::LessZXY(*first, *index_[sortedCount_ - 1]));
-    index_.reserve(index_.size() + count);
+    if (index_.capacity() - index_.size() < count)
+        index_.reserve(std::max(index_.size() + count, 2 * index_.capacity()));
     MStlPoint* p = first;
     for (size_t i = 0; i < count; ++i, p = p->next_)
         index_.push_back(p);
