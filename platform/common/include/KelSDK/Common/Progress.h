@@ -61,7 +61,8 @@ public:
     static constexpr uint64_t ReportSteps = 1000;
 
     // scope names the operation ("Library.Class.Method"); a maximum of 0 counts as already complete;
-    // startImmediately reports 0 at once, otherwise the first report comes with the first visible step.
+    // startImmediately reports the starting fraction (0, or 1 for a maximum of 0) at once; otherwise the
+    // first report comes with the first visible step.
     IncrementalProgressReporter(std::shared_ptr<IProgressDelegate> delegate, const char* scope,
                                 uint64_t maximum, bool startImmediately = true);
     // Reports 1 unless Finish already did.
