@@ -1,0 +1,145 @@
+// Internal helpers shared by the section readers and writers of the native mesh format.
+#pragma once
+
+#include <KelSDK/Triangles/Data/MStlBase.h>
+#include <KelSDK/Triangles/IO/MStlFileIO.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+namespace KelSDK::Triangles::IO
+{
+// Begin and end tags of the inner sections whose layouts this library defines. They avoid the
+// container's tags (0-3, 8/9, 18-21, 140/141, 194/195, 200-203).
+namespace NativeTags
+{
+constexpr unsigned char kPointsBegin = 8;
+constexpr unsigned char kPointsEnd = 9;
+constexpr unsigned char kTrianglesBegin = 40;
+constexpr unsigned char kTrianglesEnd = 41;
+constexpr unsigned char kSurfacesBegin = 42;
+constexpr unsigned char kSurfacesEnd = 43;
+constexpr unsigned char kCurvesBegin = 44;
+constexpr unsigned char kCurvesEnd = 45;
+constexpr unsigned char kCurveSegmentBegin = 46;
+constexpr unsigned char kCurveSegmentEnd = 47;
+constexpr unsigned char kGraphBegin = 48;
+constexpr unsigned char kGraphEnd = 49;
+constexpr unsigned char kHistoryBegin = 50;
+constexpr unsigned char kHistoryEnd = 51;
+constexpr unsigned char kRegisteredPointsBegin = 52;
+constexpr unsigned char kRegisteredPointsEnd = 53;
+constexpr unsigned char kMasksBegin = 54;
+constexpr unsigned char kMasksEnd = 55;
+constexpr unsigned char kBorderBegin = 56;
+constexpr unsigned char kBorderEnd = 57;
+constexpr unsigned char kContourBegin = 58;
+constexpr unsigned char kContourEnd = 59;
+constexpr unsigned char kSurfaceVisibilityBegin = 60;
+constexpr unsigned char kSurfaceVisibilityEnd = 61;
+constexpr unsigned char kCurveSetBegin = 62;
+constexpr unsigned char kCurveSetEnd = 63;
+constexpr unsigned char kSubContourBegin = 140;
+constexpr unsigned char kSubContourEnd = 141;
+constexpr unsigned char kFaceGroupsBegin = 202;
+constexpr unsigned char kFaceGroupsEnd = 203;
+}  // namespace NativeTags
+
+// The two identifier maps of one save or load. Sections refer to points and to named items
+// (surfaces, curve sets, borders) by identifier; 0 stands for "none". A point's identifier is its
+// position in the point list plus one. Items get 1, 2, 3 ... in the order in which they are
+// registered, which the reader repeats section by section.
+struct MStlFileIO::MReferenceMaps
+{
+    // Saving: the point list whose positions give the point identifiers; item -> identifier.
+    const KelSDK::Triangles::Data::MStlPointList* savePoints = nullptr;
+    std::unordered_map<const void*, uint32_t> saveItems;
+    // Loading: identifier - 1 -> point, identifier - 1 -> item.
+    std::vector<KelSDK::Triangles::Data::MStlPoint*> loadPoints;
+    std::vector<KelSDK::Triangles::Data::MStlFeatureItem*> loadItems;
+
+    void Clear()
+    {
+        savePoints = nullptr;
+        saveItems = {};
+        loadPoints = {};
+        loadItems = {};
+    }
+    // Saving: gives the item the next identifier.
+    void RegisterSave(const void* item)
+    {
+        const uint32_t id = static_cast<uint32_t>(saveItems.size() + 1);
+        saveItems.emplace(item, id);
+    }
+    // Saving: the identifier of an item, 0 for null or an item never registered.
+    uint32_t FindSaveItem(const void* item) const
+    {
+        if (item == nullptr)
+            return 0;
+        auto it = saveItems.find(item);
+        return it != saveItems.end() ? it->second : 0;
+    }
+    // Saving: the identifier of a point, 0 for null or a point of no registered list.
+    uint32_t FindSavePoint(const KelSDK::Triangles::Data::MStlPoint* point) const
+    {
+        if (point == nullptr || savePoints == nullptr)
+            return 0;
+        const size_t index = savePoints->GetIndexOfPoint(point);
+        return index < UINT32_MAX ? static_cast<uint32_t>(index + 1) : 0;
+    }
+    // Loading: registers the item under the next identifier.
+    void RegisterLoad(KelSDK::Triangles::Data::MStlFeatureItem* item) { loadItems.push_back(item); }
+    // Loading: the item of an identifier; false for an unknown one. 0 gives null and true.
+    bool FindLoadItem(uint32_t id, KelSDK::Triangles::Data::MStlFeatureItem*& item) const
+    {
+        item = nullptr;
+        if (id == 0)
+            return true;
+        if (id - 1u >= loadItems.size())
+            return false;
+        item = loadItems[id - 1u];
+        return true;
+    }
+    // Loading: the point of an identifier; false for 0 or an unknown one.
+    bool FindLoadPoint(uint32_t id, KelSDK::Triangles::Data::MStlPoint*& point) const
+    {
+        point = nullptr;
+        if (id == 0 || id - 1u >= loadPoints.size())
+            return false;
+        point = loadPoints[id - 1u];
+        return true;
+    }
+};
+
+// Colours in files: one 32-bit word, bit 24 set for a defined colour, RGB (0x00BBGGRR) below.
+inline uint32_t EncodeColor(const KelSDK::Triangles::Data::MStlColor& color)
+{
+    return color.IsDefined() ? (0x01000000u | color.GetRGB()) : 0u;
+}
+inline KelSDK::Triangles::Data::MStlColor DecodeColor(uint32_t word)
+{
+    return (word & 0x01000000u) != 0 ? KelSDK::Triangles::Data::MStlColor(word & 0xFFFFFFu)
+                                     : KelSDK::Triangles::Data::MStlColor();
+}
+
+// Packs value into its width low bytes at dst, least significant first.
+inline void PackValue(unsigned char* dst, uint32_t value, unsigned width)
+{
+    for (unsigned b = 0; b < width; ++b)
+        dst[b] = static_cast<unsigned char>(value >> (8 * b));
+}
+
+// Reads a value of width bytes (1 to 4) at src, least significant first.
+inline uint32_t UnpackValue(const unsigned char* src, unsigned width)
+{
+    uint32_t value = 0;
+    for (unsigned b = 0; b < width; ++b)
+        value |= static_cast<uint32_t>(src[b]) << (8 * b);
+    return value;
+}
+}  // namespace KelSDK::Triangles::IO
