@@ -57,11 +57,11 @@ TEST(StringConversion, InvalidBytesBecomeSurrogateEscapes)
         std::u16string expected;
     };
     const Case cases[] = {
-        {bytes({0x80}), u"\xDC80"}, // stray continuation
-        {bytes({0xC3}), u"\xDCC3"}, // truncated at the end
-        {bytes({0xC3, 0x41}), u"\xDCC3"
-                              u"A"},                                    // truncated by ASCII
+        {bytes({0x80}), u"\xDC80"},                                     // stray continuation
+        {bytes({0xC3}), u"\xDCC3"},                                     // truncated at the end
+        {bytes({0xC3, 0x41}), u"\xDCC3\x41"},                           // truncated by ASCII
         {bytes({0xC0, 0xAF}), u"\xDCC0\xDCAF"},                         // overlong '/'
+        {"a" + bytes({0xC0, 0xAF}) + "b", u"a\xDCC0\xDCAF\x62"},        // overlong inside a name
         {bytes({0xC1, 0xBF}), u"\xDCC1\xDCBF"},                         // overlong
         {bytes({0xE0, 0x80, 0xAF}), u"\xDCE0\xDC80\xDCAF"},             // overlong 3-byte '/'
         {bytes({0xF0, 0x80, 0x80, 0xAF}), u"\xDCF0\xDC80\xDC80\xDCAF"}, // overlong 4-byte
