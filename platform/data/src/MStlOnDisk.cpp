@@ -241,6 +241,8 @@ bool MStlOnDisk::GetExtremes(int (&e)[6]) const
     return impl_->numVertices > 0;
 }
 
+size_t MStlOnDisk::GetSharingIndexBytes() const { return impl_->index.MemoryBytes(); }
+
 void MStlOnDisk::Clear()
 {
     const bool share = impl_->share;

@@ -196,6 +196,8 @@ public:
     bool GetExtremes(int (&extremes)[6]) const;
     // Empties the store (the files are truncated; the store stays closed).
     void Clear();
+    // Bytes held by the vertex-sharing index (the part of the store that grows with the mesh).
+    size_t GetSharingIndexBytes() const;
 
 private:
     struct Impl;
