@@ -1,0 +1,225 @@
+// Shared pieces of the native format tests: a fixed set of test plug-ins registered before any
+// test runs (so that every file written here has the same plug-in block), byte builders for
+// expected files, mesh builders and save/load helpers over memory files.
+#pragma once
+
+#include <KelSDK/FileIO/MFile.h>
+#include <KelSDK/Triangles/Data/MStlBase.h>
+#include <KelSDK/Triangles/IO/MStlFileIO.h>
+#include <KelSDK/Triangles/IO/MStlFileIOPlugin.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace NativeTest
+{
+using namespace KelSDK::Triangles::Data;
+using namespace KelSDK::Triangles::IO;
+using Bytes = std::vector<uint8_t>;
+
+// A plug-in whose payload is a fixed byte string; it reads readCount bytes of it back (fewer
+// than written exercises the container's seek to the end position).
+class BytesPlugin : public MStlFileIOPlugin
+{
+public:
+    BytesPlugin(const wchar_t* name, uint64_t order, Bytes payload, size_t readCount)
+        : MStlFileIOPlugin(order), name_(name), payload_(std::move(payload)), readCount_(readCount)
+    {
+    }
+    const wchar_t* GetName() const override { return name_; }
+    void SaveData(MStlBase*, MStlFileIO* writer) override
+    {
+        writer->GetFile()->WRITE(payload_.data(), payload_.size());
+    }
+    void LoadData(MStlBase*, MStlFileIO* reader) override
+    {
+        loaded.assign(readCount_, 0);
+        reader->GetFile()->READ(loaded.data(), loaded.size());
+        ++loadCount;
+    }
+    const Bytes& Payload() const { return payload_; }
+
+    Bytes loaded;
+    int loadCount = 0;
+
+private:
+    const wchar_t* name_;
+    Bytes payload_;
+    size_t readCount_;
+};
+
+// The test registry, in registration order: "TA" (order 5, payload A1 A2 A3 A4, read whole),
+// "TS" (order 5, payload of 6 bytes, reads only 2), "TB" (order 2, empty payload). Sorted:
+// TB, TA, TS (TA before TS: equal orders keep their registration order).
+struct TestPlugins
+{
+    BytesPlugin alpha{L"TA", 5, {0xA1, 0xA2, 0xA3, 0xA4}, 4};
+    BytesPlugin shortReader{L"TS", 5, {0x51, 0x52, 0x53, 0x54, 0x55, 0x56}, 2};
+    BytesPlugin beta{L"TB", 2, {}, 0};
+
+    void Reset()
+    {
+        for (BytesPlugin* p : {&alpha, &shortReader, &beta})
+        {
+            p->loaded.clear();
+            p->loadCount = 0;
+        }
+    }
+};
+
+inline TestPlugins& Plugins()
+{
+    static TestPlugins plugins;
+    return plugins;
+}
+
+// Appends little-endian values and strings to an expected byte string.
+struct ByteBuilder
+{
+    Bytes bytes;
+
+    ByteBuilder& u8(uint8_t v)
+    {
+        bytes.push_back(v);
+        return *this;
+    }
+    ByteBuilder& raw(std::initializer_list<uint8_t> values)
+    {
+        bytes.insert(bytes.end(), values);
+        return *this;
+    }
+    ByteBuilder& u32(uint32_t v)
+    {
+        for (int i = 0; i < 4; ++i)
+            bytes.push_back(static_cast<uint8_t>(v >> (8 * i)));
+        return *this;
+    }
+    ByteBuilder& i32(int32_t v) { return u32(static_cast<uint32_t>(v)); }
+    ByteBuilder& u64(uint64_t v)
+    {
+        for (int i = 0; i < 8; ++i)
+            bytes.push_back(static_cast<uint8_t>(v >> (8 * i)));
+        return *this;
+    }
+    ByteBuilder& f32(float f)
+    {
+        uint32_t v = 0;
+        std::memcpy(&v, &f, 4);
+        return u32(v);
+    }
+    // Narrow string: u32 byte count and the bytes.
+    ByteBuilder& str(const std::string& s)
+    {
+        u32(static_cast<uint32_t>(s.size()));
+        bytes.insert(bytes.end(), s.begin(), s.end());
+        return *this;
+    }
+    // Wide string of ASCII characters: u32 unit count and UTF-16LE units.
+    ByteBuilder& wstr(const std::string& s)
+    {
+        u32(static_cast<uint32_t>(s.size()));
+        for (char c : s)
+        {
+            bytes.push_back(static_cast<uint8_t>(c));
+            bytes.push_back(0);
+        }
+        return *this;
+    }
+    // Header: 0, the magic, 1.
+    ByteBuilder& header() { return u8(0).str("KelvinstoneStlFormat_Version_06_00").u8(1); }
+    // The plug-in block of the test registry, starting at the current size.
+    ByteBuilder& pluginBlock()
+    {
+        u8(194).u32(3);
+        section("TB", {});
+        section("TA", {0xA1, 0xA2, 0xA3, 0xA4});
+        section("TS", {0x51, 0x52, 0x53, 0x54, 0x55, 0x56});
+        return u8(195);
+    }
+    // One plug-in section: wide name, absolute end position, payload.
+    ByteBuilder& section(const std::string& name, const Bytes& payload)
+    {
+        wstr(name);
+        u32(static_cast<uint32_t>(bytes.size() + 4 + payload.size()));
+        bytes.insert(bytes.end(), payload.begin(), payload.end());
+        return *this;
+    }
+};
+
+// Size of the test plug-in block in bytes.
+inline size_t PluginBlockSize()
+{
+    ByteBuilder b;
+    b.pluginBlock();
+    return b.bytes.size();
+}
+
+// Writer options for all switches.
+struct Switches
+{
+    bool colors = true, curves = true, masks = true, points = true, registeredPoints = true;
+    bool history = false, marks = false, visibilities = false, triangles = true;
+
+    static Switches AllOff() { return {false, false, false, false, false, false, false, false, false}; }
+    static Switches AllOn() { return {true, true, true, true, true, true, true, true, true}; }
+    void Apply(MStlFileIO& io) const
+    {
+        io.SetSaveColors(colors);
+        io.SetSaveCurves(curves);
+        io.SetSaveMasks(masks);
+        io.SetSavePoints(points);
+        io.SetSaveRegisteredPoints(registeredPoints);
+        io.SetSaveStlHistory(history);
+        io.SetSaveTriangleMarks(marks);
+        io.SetSaveTriangleVisibilities(visibilities);
+        io.SetSaveTriangles(triangles);
+    }
+};
+
+// Saves the mesh into memory with the given switches; the result code goes to *code.
+inline Bytes SaveToBytes(MStlBase& mesh, const Switches& switches = Switches(),
+                         MStlFileIO::MErrorCode* code = nullptr)
+{
+    Plugins();
+    KelSDK::FileIO::MMemoryFile file;
+    file.OpenWrite();
+    MStlFileIO io;
+    switches.Apply(io);
+    io.SetStl(&mesh);
+    io.SetFile(file);
+    const MStlFileIO::MErrorCode result = io.Save(nullptr);
+    if (code)
+        *code = result;
+    file.Close();
+    return file.GetData();
+}
+
+// Loads bytes into the mesh; returns the code (and the reader's error text in *text).
+inline MStlFileIO::MErrorCode LoadFromBytes(const Bytes& bytes, MStlBase& mesh, std::string* text = nullptr)
+{
+    Plugins();
+    KelSDK::FileIO::MMemoryFile file;
+    file.OpenRead(bytes.data(), bytes.size());
+    MStlFileIO io;
+    io.SetStl(&mesh);
+    io.SetFile(file);
+    const MStlFileIO::MErrorCode code = io.Load(nullptr);
+    EXPECT_EQ(code, io.GetLastError());
+    if (text)
+        *text = io.GetLastErrorString();
+    return code;
+}
+
+// Position of the first occurrence of a byte pattern, or SIZE_MAX.
+inline size_t Find(const Bytes& haystack, const Bytes& needle, size_t from = 0)
+{
+    for (size_t i = from; i + needle.size() <= haystack.size(); ++i)
+        if (std::equal(needle.begin(), needle.end(), haystack.begin() + static_cast<std::ptrdiff_t>(i)))
+            return i;
+    return SIZE_MAX;
+}
+}  // namespace NativeTest
