@@ -25,8 +25,12 @@ constexpr uint64_t kBytesPerFacet = 206;
 class BufferedTokens
 {
 public:
-    explicit BufferedTokens(std::istream& stream)
-        : stream_(stream), source_(stream.rdbuf()), capacity_(kChunkSize), buffer_(new char[kChunkSize])
+    // remaining: the bytes the stream still holds, when known; a small input gets a small buffer.
+    BufferedTokens(std::istream& stream, uint64_t remaining)
+        : stream_(stream), source_(stream.rdbuf()),
+          capacity_(
+              static_cast<std::size_t>(std::min<uint64_t>(std::max<uint64_t>(remaining, 4096), kChunkSize))),
+          buffer_(new char[capacity_])
     {
         failed_ = source_ == nullptr || !stream.good();
         handBack_ = !failed_;
@@ -179,8 +183,8 @@ private:
 };
 
 // The total size of the stream (its end position) without disturbing the stream's flags; all ones
-// when the stream cannot tell.
-uint64_t MeasureStream(std::istream& stream)
+// when the stream cannot tell. remaining receives the bytes after the current position.
+uint64_t MeasureStream(std::istream& stream, uint64_t& remaining)
 {
     std::streambuf* source = stream.rdbuf();
     if (source == nullptr || !stream.good())
@@ -192,6 +196,7 @@ uint64_t MeasureStream(std::istream& stream)
     source->pubseekpos(here, std::ios::in);
     if (end < 0)
         return std::numeric_limits<uint64_t>::max();
+    remaining = end > here ? static_cast<uint64_t>(end - here) : 0;
     return static_cast<uint64_t>(end);
 }
 
@@ -226,12 +231,13 @@ MStlFileReaderAscii::EReturnCode
 MStlFileReaderAscii::Read(std::vector<std::vector<MStlFileTriangle>>& facets, std::vector<std::string>& names,
                           std::shared_ptr<KelSDK::Common::IProgressDelegate> progress)
 {
-    const uint64_t size = MeasureStream(stream_);
+    uint64_t remaining = std::numeric_limits<uint64_t>::max();
+    const uint64_t size = MeasureStream(stream_, remaining);
     const uint64_t expected = size == std::numeric_limits<uint64_t>::max() ? size : size / kBytesPerFacet;
     KelSDK::Common::IncrementalProgressReporter reporter(
         progress, "KelSDK.Triangles.Data.MStlFileReader._ReadAllTriangles", expected, false);
 
-    BufferedTokens tokens(stream_);
+    BufferedTokens tokens(stream_, remaining);
     std::string currentName;
     bool foundSolid = false;
     bool reserved = false;
