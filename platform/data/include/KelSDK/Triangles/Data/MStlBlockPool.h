@@ -2,6 +2,8 @@
 // life, elements never moved. Used by the Standard kind for points, triangles and graph edges.
 #pragma once
 
+#include <KelSDK/Triangles/Data/Export.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -13,6 +15,13 @@
 
 namespace KelSDK::Triangles::Data
 {
+// Raw memory for element blocks. Large blocks are mapped and populated in one system call where
+// the platform offers it, which is cheaper than taking one page fault per 4 KiB while filling.
+// Throws std::bad_alloc when memory is exhausted.
+KELSDK_TRIANGLES_DATA_EXPORT void* MStlAllocateBlock(size_t bytes);
+// Frees memory from MStlAllocateBlock (bytes as requested).
+KELSDK_TRIANGLES_DATA_EXPORT void MStlFreeBlock(void* block, size_t bytes);
+
 template <typename T>
 class MStlBlockPool
 {
@@ -45,7 +54,7 @@ public:
         if (blocks_.empty() || blocks_.back().capacity - blocks_.back().size < count)
         {
             const size_t capacity = std::max(count, DefaultBlock);
-            T* data = static_cast<T*>(::operator new(capacity * sizeof(T)));
+            T* data = static_cast<T*>(MStlAllocateBlock(capacity * sizeof(T)));
             blocks_.push_back(Block{data, 0, capacity, size_});
             byAddress_.clear();
         }
@@ -101,7 +110,7 @@ public:
     void Clear()
     {
         for (Block& b : blocks_)
-            ::operator delete(b.data);
+            MStlFreeBlock(b.data, b.capacity * sizeof(T));
         blocks_.clear();
         byAddress_.clear();
         size_ = 0;
