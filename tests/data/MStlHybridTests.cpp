@@ -337,3 +337,36 @@ TEST(MStlOnDisk, TemporaryFilesAreUnlinkedAndClosedWithTheMesh)
     EXPECT_EQ(before, CountOpenFiles());
 }
 #endif
+
+TEST_P(HybridKinds, SurfacesInUseStayAndFaceGroupsFollowTheStore)
+{
+    MStlBase stl;
+    BuildThroughHybrid(stl, GetParam());
+    MStlHybrid& h = stl.GetStlHybrid();
+    MStlSurface* second = stl.GetSurfaceList().GetSurface(1);
+    EXPECT_FALSE(stl.GetSurfaceList().RemoveSurface(second));
+    // A surface that is current for adding but holds nothing can go; adding falls back to the
+    // main surface.
+    MStlSurface* third = stl.AddSurface();
+    ASSERT_TRUE(h.StartAddingTriangles(third));
+    EXPECT_TRUE(stl.GetSurfaceList().RemoveSurface(third));
+    ASSERT_EQ(4u, h.AddTriangle(0, 1, 4));
+    EXPECT_TRUE(h.Close());
+    ASSERT_TRUE(h.OpenRead());
+    EXPECT_EQ(stl.GetMainSurface(), h.GetTriangleSurface(4));
+    h.Close();
+
+    MStlBaseFaceGroupInfo* groups = stl._CreateFaceGroupInfo();
+    groups->SetFaceID(size_t(3), 9);
+    EXPECT_EQ(9u, groups->GetFaceID(size_t(3)));
+    EXPECT_EQ(0u, groups->GetFaceID(size_t(4)));
+    // Triangles added after the face groups were created take identifiers too.
+    h.StartAddingTriangles(nullptr);
+    ASSERT_EQ(5u, h.AddTriangle(1, 2, 3));
+    h.Close();
+    groups->SetFaceID(size_t(5), 77);
+    EXPECT_EQ(77u, groups->GetFaceID(size_t(5)));
+    groups->SetFaceID(size_t(6), 1);  // no such triangle
+    EXPECT_EQ(0u, groups->GetFaceID(size_t(6)));
+    EXPECT_EQ(6u, groups->GetSize());
+}

@@ -268,7 +268,7 @@ MStlBaseFaceGroupInfo* MStlBase::_CreateFaceGroupInfo()
 {
     if (!faceGroups_)
     {
-        faceGroups_ = std::make_unique<MStlBaseFaceGroupInfo>();
+        faceGroups_ = std::make_unique<MStlBaseFaceGroupInfo>(this);
         faceGroups_->Resize(NumberOfTriangles());
     }
     return faceGroups_.get();

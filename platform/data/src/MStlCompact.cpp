@@ -137,6 +137,12 @@ bool MStlCompact::GetExtremes(int (&e)[6]) const
     return true;
 }
 
+void MStlCompact::ForgetSurface(const MStlSurface* surface, MStlSurface* replacement)
+{
+    if (currentSurface_ < surfaces_.size() && surfaces_[currentSurface_] == surface)
+        SetCurrentSurface(replacement);
+}
+
 void MStlCompact::Clear()
 {
     vertices_ = {};

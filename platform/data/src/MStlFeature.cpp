@@ -49,7 +49,12 @@ bool MStlFeature::RemoveSurface(MStlSurface* surface)
     if (i == SIZE_MAX || i == 0 || surface->GetNumberOfTriangles() > 0)
         return false;
     if (MStlBase* stl = GetStl())
+    {
+        if (stl->GetStlHybrid()._UsesSurface(surface))
+            return false;
+        stl->GetStlHybrid()._ForgetSurface(surface);
         stl->GetSurfaceBorders().Forget(surface);
+    }
     surfaces_.erase(surfaces_.begin() + static_cast<std::ptrdiff_t>(i));
     return true;
 }
@@ -205,6 +210,8 @@ void MStlDependency::OnTrianglesChanged(MStlBase&) {}
 
 void MStlBaseFaceGroupInfo::SetFaceID(size_t triangleIndex, unsigned long id)
 {
+    if (triangleIndex >= ids_.size() && stl_ && triangleIndex < stl_->NumberOfTriangles())
+        ids_.resize(stl_->NumberOfTriangles(), 0u);
     if (triangleIndex < ids_.size())
         ids_[triangleIndex] = static_cast<uint32_t>(id);
 }

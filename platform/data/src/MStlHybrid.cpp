@@ -34,8 +34,28 @@ void MStlHybrid::_Clear()
     if (onDisk_)
         onDisk_->Clear();
     addSurface_ = nullptr;
-    nextColor_ = 0;
     addColor_ = 0;
+}
+
+bool MStlHybrid::_UsesSurface(const MStlSurface* surface) const
+{
+    if (state_ == eStlStandard)
+        return false;
+    const size_t n = GetNumTriangles();
+    for (size_t i = 0; i < n; ++i)
+        if (GetTriangleSurface(i) == surface)
+            return true;
+    return false;
+}
+
+void MStlHybrid::_ForgetSurface(const MStlSurface* surface)
+{
+    if (addSurface_ == surface)
+        addSurface_ = nullptr;
+    if (compact_)
+        compact_->ForgetSurface(surface, parent_->GetMainSurface());
+    if (onDisk_ && onDisk_->IsOpenForWriting())
+        onDisk_->ForgetSurface(surface, parent_->GetMainSurface());
 }
 
 size_t MStlHybrid::GetNumVertices() const
@@ -89,7 +109,6 @@ void MStlHybrid::SetVerticesShared(bool shared)
 
 bool MStlHybrid::OpenRead() const
 {
-    nextColor_ = 0;
     return state_ == eStlOnDisk ? onDisk_->OpenRead() : true;
 }
 
@@ -231,6 +250,8 @@ size_t MStlHybrid::AddTriangle(unsigned i0, unsigned i1, unsigned i2)
     case eStlOnDisk: return onDisk_->AddSurfaceTriangle(i0, i1, i2);
     default: break;
     }
+    if (!addSurface_)
+        addSurface_ = parent_->GetMainSurface();
     MStlPoint* a = parent_->points_.At(i0);
     MStlPoint* b = parent_->points_.At(i1);
     MStlPoint* c = parent_->points_.At(i2);

@@ -241,6 +241,12 @@ bool MStlOnDisk::GetExtremes(int (&e)[6]) const
     return impl_->numVertices > 0;
 }
 
+void MStlOnDisk::ForgetSurface(const MStlSurface* surface, MStlSurface* replacement)
+{
+    if (impl_->currentSurface == surface)
+        StartAddingSurfaceTriangles(replacement);
+}
+
 size_t MStlOnDisk::GetSharingIndexBytes() const { return impl_->index.MemoryBytes(); }
 
 void MStlOnDisk::Clear()

@@ -67,12 +67,14 @@ private:
     bool isSupposedSolid_ = true;
 };
 
-// Face group identifier per triangle (by triangle index), sized by the mesh to its triangle count.
-// Triangles never given one read 0; identifiers for indices beyond the size are ignored.
+// Face group identifier per triangle (by triangle index). Triangles never given one read 0;
+// identifiers for indices beyond the mesh's triangles (or beyond the size, without a mesh) are ignored.
 class KELSDK_TRIANGLES_DATA_EXPORT MStlBaseFaceGroupInfo
 {
 public:
     MStlBaseFaceGroupInfo() = default;
+    // Face groups of a mesh: identifiers may be set for any of its current triangles.
+    explicit MStlBaseFaceGroupInfo(const MStlBase* stl) : stl_(stl) {}
 
     uint32_t GetFaceID(const MStlTriangle& triangle) const { return GetFaceID(triangle.GetIndex()); }
     void SetFaceID(const MStlTriangle& triangle, unsigned long id) { SetFaceID(triangle.GetIndex(), id); }
@@ -88,6 +90,7 @@ public:
     void Resize(size_t count) { ids_.resize(count, 0u); }
 
 private:
+    const MStlBase* stl_ = nullptr;
     std::vector<uint32_t> ids_;
 };
 

@@ -76,7 +76,7 @@ public:
     // Appends a new empty surface; with a model surface its name and visibility are copied.
     MStlSurface* AddNewSurface(const MStlSurface* model);
     // Removes an empty surface of this feature (never the first one); false when it holds
-    // triangles, is the first surface or is not part of this feature.
+    // triangles (of any storage kind), is the first surface or is not part of this feature.
     bool RemoveSurface(MStlSurface* surface);
 
 private:

@@ -112,6 +112,8 @@ public:
     bool GetExtremes(int (&extremes)[6]) const;
     // Removes every vertex, triangle and edge.
     virtual void Clear();
+    // When the current surface is this one, triangles added from now on go to replacement.
+    void ForgetSurface(const MStlSurface* surface, MStlSurface* replacement);
 
 protected:
     struct Index;
@@ -196,6 +198,8 @@ public:
     bool GetExtremes(int (&extremes)[6]) const;
     // Empties the store (the files are truncated; the store stays closed).
     void Clear();
+    // When the current surface is this one, triangles added from now on go to replacement.
+    void ForgetSurface(const MStlSurface* surface, MStlSurface* replacement);
     // Bytes held by the vertex-sharing index (the part of the store that grows with the mesh).
     size_t GetSharingIndexBytes() const;
 
@@ -268,7 +272,12 @@ public:
 
 private:
     friend class MStlBase;
+    friend class MStlFeature;
     void _Clear();
+    // True when a triangle of the Compact or OnDisk store lies on the surface.
+    bool _UsesSurface(const MStlSurface* surface) const;
+    // Stops adding to a surface that is going away.
+    void _ForgetSurface(const MStlSurface* surface);
 
     MStlBase* parent_;
     MStlHybridState state_ = eStlStandard;
@@ -276,7 +285,6 @@ private:
     std::unique_ptr<MStlCompactHybrid> compact_;
     std::unique_ptr<MStlOnDisk> onDisk_;
     MStlSurface* addSurface_ = nullptr;
-    mutable size_t nextColor_ = 0;
     size_t addColor_ = 0;
 };
 }  // namespace KelSDK::Triangles::Data
