@@ -1,0 +1,154 @@
+#include <KelSDK/Common/Progress.h>
+#include <KelSDK/Triangles/Data.h>
+#include <KelSDK/Triangles/IO/MStlFileReader.h>
+#include <KelSDK/Triangles/IO/MStlFileReaderAscii.h>
+#include <KelSDK/Triangles/IO/MStlFileReaderBinary.h>
+#include <KelSDK/Triangles/IO/MStlFileReaderTarget.h>
+#include <KelSDK/Triangles/IO/MStlFileTriangle.h>
+#include <KelSDK/Triangles/IO/StlFileUtilities.h>
+
+#include <fstream>
+#include <istream>
+#include <limits>
+#include <string>
+#include <vector>
+
+namespace KelSDK::Triangles::IO
+{
+using KelSDK::Math::point;
+
+namespace
+{
+// Bounding box of every corner of every facet (the normals are not part of it).
+KelSDK::Math::boundingbox<double, 3> MeasureFacets(const std::vector<std::vector<MStlFileTriangle>>& solids)
+{
+    double lo[3], hi[3];
+    for (int a = 0; a < 3; ++a)
+    {
+        lo[a] = std::numeric_limits<double>::max();
+        hi[a] = std::numeric_limits<double>::lowest();
+    }
+    for (const auto& solid : solids)
+        for (const MStlFileTriangle& facet : solid)
+            for (int k = 0; k < 3; ++k)
+            {
+                const point<double, 3>& c = facet.GetVertex(k);
+                for (int a = 0; a < 3; ++a)
+                {
+                    lo[a] = c[a] < lo[a] ? c[a] : lo[a];
+                    hi[a] = c[a] > hi[a] ? c[a] : hi[a];
+                }
+            }
+    return KelSDK::Math::boundingbox<double, 3>(point<double, 3>(lo[0], lo[1], lo[2]),
+                                                point<double, 3>(hi[0], hi[1], hi[2]));
+}
+} // namespace
+
+MStlFileReader::MStlFileReader(const MStlReadOptions& options) : options_(options) {}
+
+void MStlFileReader::SetFileName(const std::wstring& name)
+{
+    fileName_ = name;
+    stream_ = nullptr;
+}
+
+void MStlFileReader::SetInputStream(std::istream* stream)
+{
+    fileName_.clear();
+    stream_ = stream;
+}
+
+void MStlFileReader::SetTargetStl(KelSDK::Triangles::Data::MStlBase* stl)
+{
+    target_ = stl;
+}
+
+MStlReadResults MStlFileReader::GetResults()
+{
+    return results_;
+}
+
+bool MStlFileReader::Read(std::shared_ptr<KelSDK::Common::IProgressDelegate> progress)
+{
+    std::ifstream file;
+    std::istream* input = stream_;
+    if (!fileName_.empty())
+    {
+        StlFileUtilities::OpenInputFile(file, fileName_);
+        input = &file;
+    }
+    if (input == nullptr || !input->good())
+        return false;
+
+    const bool ascii =
+        fileName_.empty() ? StlFileUtilities::IsAscii(*input) : StlFileUtilities::IsAscii(fileName_);
+    std::vector<std::vector<MStlFileTriangle>> facets;
+    std::vector<std::string> names;
+    if (ascii)
+    {
+        MStlFileReaderAscii reader(*input);
+        if (reader.Read(facets, names, progress) != 0)
+            return false;
+    }
+    else
+    {
+        MStlFileReaderBinary reader(*input);
+        MStlFileReaderBinary::Options binaryOptions;
+        binaryOptions.readMultipleBlocks = true;
+        binaryOptions.countFromFileSize = false;
+        binaryOptions.allowTrailingBytes = false;
+        reader.SetOptions(binaryOptions);
+        MStlFileReaderBinary::FileHeader header;
+        if (reader.Read(header, facets, progress) != 0)
+            return false;
+        names.assign(facets.size(), std::string());
+        results_ = MStlFileReaderBinary::ExtractHeaderInfo(header);
+    }
+
+    wasAscii_ = ascii;
+    facetCount_ = 0;
+    for (const auto& solid : facets)
+        facetCount_ += solid.size();
+    boundingBox_ = MeasureFacets(facets);
+    if (target_ == nullptr)
+        return true;
+
+    transformation_ = MStlReadTransformation();
+    transformation_.offset = point<double, 3>(0.0, 0.0, 0.0);
+    transformation_.scale = options_.scale;
+    const point<double, 3>& bmin = boundingBox_.GetMin();
+    const point<double, 3>& bmax = boundingBox_.GetMax();
+    if (options_.transformationMode == 1)
+    {
+        for (int a = 0; a < 3; ++a)
+            transformation_.offset[a] = options_.referencePoint[a] - (bmin[a] + bmax[a]) * 0.5;
+    }
+    else if (options_.transformationMode == 2)
+    {
+        transformation_ = StlFileUtilities::SuggestReadTransformation(boundingBox_, options_.referencePoint,
+                                                                      options_.scale);
+    }
+
+    // The box test of the grid range, with the bounds that SuggestReadTransformation uses.
+    const double lower = -2147483647.0 / transformation_.scale;
+    const double upper = 2147483646.0 / transformation_.scale;
+    for (int a = 0; a < 3; ++a)
+        if (transformation_.offset[a] + bmin[a] < lower || transformation_.offset[a] + bmax[a] > upper)
+            results_.isOverflow = true;
+
+    MStlFileReaderTarget target;
+    target.Convert(*target_, facets, names, transformation_, results_.hasColor);
+    if (target.IsError())
+        return false;
+    results_.isOverflow = results_.isOverflow || target.IsOverflow();
+
+    if (!ascii)
+    {
+        if (results_.hasColor)
+            target_->SetMaterial(results_.material);
+        target_->GetProperties().SetIsSupport(results_.isSupport);
+        target_->GetProperties().SetIsSupposedSolid(results_.isSupposedSolid);
+    }
+    return true;
+}
+} // namespace KelSDK::Triangles::IO

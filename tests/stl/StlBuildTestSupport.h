@@ -1,0 +1,84 @@
+// Small fixtures shared by the mesh building, read driver, writer and round-trip tests.
+#pragma once
+
+#include <KelSDK/Triangles/Data.h>
+#include <KelSDK/Triangles/IO/MStlFileTriangle.h>
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+namespace StlBuildTest
+{
+using Facets = std::vector<std::vector<KelSDK::Triangles::IO::MStlFileTriangle>>;
+
+inline KelSDK::Triangles::IO::MStlFileTriangle Facet(std::array<double, 3> a, std::array<double, 3> b,
+                                                     std::array<double, 3> c, uint16_t attribute = 0)
+{
+    KelSDK::Triangles::IO::MStlFileTriangle f;
+    f.SetVertex(0, {a[0], a[1], a[2]});
+    f.SetVertex(1, {b[0], b[1], b[2]});
+    f.SetVertex(2, {c[0], c[1], c[2]});
+    f.SetAttribute(attribute);
+    return f;
+}
+
+// Grid coordinates of a triangle's corners in corner order.
+inline std::array<std::array<int, 3>, 3> Corners(const KelSDK::Triangles::Data::MStlTriangle& t)
+{
+    std::array<std::array<int, 3>, 3> c{};
+    for (int k = 0; k < 3; ++k)
+        c[k] = {t.GetPoint(k)->GetX(), t.GetPoint(k)->GetY(), t.GetPoint(k)->GetZ()};
+    return c;
+}
+
+inline std::vector<const KelSDK::Triangles::Data::MStlTriangle*>
+TrianglesOf(const KelSDK::Triangles::Data::MStlBase& mesh)
+{
+    std::vector<const KelSDK::Triangles::Data::MStlTriangle*> list;
+    for (const auto& t : mesh.Triangles())
+        list.push_back(&t);
+    return list;
+}
+
+// A directory of its own for one test, removed with everything in it afterwards.
+class TempDir
+{
+public:
+    TempDir()
+    {
+        const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
+        path_ = std::filesystem::temp_directory_path() /
+                ("kel_stlbuild_" + std::string(info->test_suite_name()) + "_" + info->name());
+        std::filesystem::remove_all(path_);
+        std::filesystem::create_directories(path_);
+    }
+    ~TempDir()
+    {
+        std::error_code ec;
+        std::filesystem::remove_all(path_, ec);
+    }
+    std::filesystem::path File(const std::string& name) const { return path_ / name; }
+
+private:
+    std::filesystem::path path_;
+};
+
+inline std::string ReadBytes(const std::filesystem::path& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+inline void WriteBytes(const std::filesystem::path& path, const std::string& bytes)
+{
+    std::ofstream out(path, std::ios::binary);
+    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+}
+} // namespace StlBuildTest
