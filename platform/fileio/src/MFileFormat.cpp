@@ -329,7 +329,7 @@ const char* ParseSpec(const char* p, Spec& spec, va_list& args)
             spec.alternate = true;
         else if (*p == '0')
             spec.zero = true;
-        else
+        else if (*p != '\'') // thousands grouping: the "C" locale has none
             break;
     }
     if (*p == '*')
