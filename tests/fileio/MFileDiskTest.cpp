@@ -179,6 +179,29 @@ TEST(MFileAtomicWrite, ReplacementKeepsThePermissionBits)
     ASSERT_EQ(stat(path.c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 07777, 0640u);
 }
+
+TEST(MFileAtomicWrite, WritingThroughASymbolicLinkUpdatesTheLinkedFile)
+{
+    KelTest::ScratchDir dir;
+    std::filesystem::create_directory(dir.Path() / "real");
+    KelTest::WriteWholeFile(dir.Path() / "real" / "mesh.bin", kOld);
+    std::error_code error;
+    std::filesystem::create_symlink(dir.Path() / "real" / "mesh.bin", dir.Path() / "link.bin", error);
+    if (error)
+    {
+        GTEST_SKIP() << "cannot create a symbolic link here: " << error.message();
+    }
+    MFile file;
+    ASSERT_TRUE(file.OPEN_WRITE(dir.Wide("link.bin")));
+    WriteNew(file);
+    ASSERT_TRUE(file.Close());
+    EXPECT_TRUE(std::filesystem::is_symlink(dir.Path() / "link.bin"));
+    EXPECT_EQ(KelTest::ReadWholeText(dir.Path() / "real" / "mesh.bin"), "new content");
+    EXPECT_EQ(dir.List().size(), 2u);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.Path() / "real"),
+                            std::filesystem::directory_iterator()),
+              1);
+}
 #endif
 
 TEST(MFileNames, NonAsciiNamesAreUtf8OnDisk)

@@ -145,6 +145,10 @@ TEST(MFileFormat, BadFormatsFailWithAStatus)
     }
     MMemoryFile file;
     ASSERT_TRUE(file.OpenWrite());
+    EXPECT_FALSE(file.FPRINTF("%*d", 2000000000, 1));
+    EXPECT_FALSE(file.FPRINTF("%.*f", 2000000000, 1.0));
+    EXPECT_EQ(file.GetStatus(), MFile::StatusBadFormat);
+    file.ClearError();
     EXPECT_FALSE(file.FPRINTF(nullptr));
     EXPECT_EQ(file.GetStatus(), MFile::StatusBadFormat);
 }

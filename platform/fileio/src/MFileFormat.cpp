@@ -16,7 +16,6 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
-#include <limits>
 #include <string>
 #include <system_error>
 
@@ -32,6 +31,10 @@ namespace KelSDK::FileIO
 {
 namespace
 {
+// Widths and precisions beyond this are refused: no line of a mesh file needs them, and a
+// width taken from an argument must not make one conversion write gigabytes.
+constexpr int kLargestField = 100000;
+
 struct Spec
 {
     bool left = false;      // '-'
@@ -335,11 +338,12 @@ const char* ParseSpec(const char* p, Spec& spec, va_list& args)
     if (*p == '*')
     {
         const int width = va_arg(args, int);
-        if (width < 0)
+        if (width < -kLargestField || width > kLargestField)
         {
-            spec.left = true;
+            return nullptr;
         }
-        spec.width = width < 0 ? (width == std::numeric_limits<int>::min() ? -1 : -width) : width;
+        spec.left = spec.left || width < 0;
+        spec.width = width < 0 ? -width : width;
         ++p;
     }
     else
@@ -347,7 +351,7 @@ const char* ParseSpec(const char* p, Spec& spec, va_list& args)
         for (; *p >= '0' && *p <= '9'; ++p)
         {
             spec.width = std::max(spec.width, 0);
-            if (spec.width > 100000)
+            if (spec.width > kLargestField)
             {
                 return nullptr;
             }
@@ -361,6 +365,10 @@ const char* ParseSpec(const char* p, Spec& spec, va_list& args)
         if (*p == '*')
         {
             const int precision = va_arg(args, int);
+            if (precision > kLargestField)
+            {
+                return nullptr;
+            }
             spec.precision = precision < 0 ? -1 : precision;
             ++p;
         }
@@ -368,7 +376,7 @@ const char* ParseSpec(const char* p, Spec& spec, va_list& args)
         {
             for (; *p >= '0' && *p <= '9'; ++p)
             {
-                if (spec.precision > 100000)
+                if (spec.precision > kLargestField)
                 {
                     return nullptr;
                 }

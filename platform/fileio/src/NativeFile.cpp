@@ -12,8 +12,15 @@
 #include <share.h>
 #include <sys/stat.h>
 #include <sys/types.h>
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
 #include <windows.h>
 #else
+#include <cstdlib>
 #include <sys/stat.h>
 #include <sys/types.h>
 #include <unistd.h>
@@ -24,19 +31,19 @@ namespace KelSDK::FileIO::Detail
 namespace
 {
 // The directory part of a path, with its trailing separator; empty for a bare file name.
-std::wstring DirectoryOf(const std::wstring& path)
+SystemString DirectoryOf(const SystemString& path)
 {
 #if defined(_WIN32)
     const size_t slash = path.find_last_of(L"/\\");
 #else
-    const size_t slash = path.find_last_of(L'/');
+    const size_t slash = path.find_last_of('/');
 #endif
-    return slash == std::wstring::npos ? std::wstring() : path.substr(0, slash + 1);
+    return slash == SystemString::npos ? SystemString() : path.substr(0, slash + 1);
 }
 
 // A name for a temporary beside target: ".kel-<16 hex digits>.tmp". Short, so that it fits
 // wherever the target's own name fits; unique enough that the exclusive create rarely retries.
-std::wstring TemporaryName(const std::wstring& target, unsigned attempt)
+SystemString TemporaryName(const SystemString& target, unsigned attempt)
 {
     static std::atomic<uint64_t> counter{0};
 #if defined(_WIN32)
@@ -47,22 +54,45 @@ std::wstring TemporaryName(const std::wstring& target, unsigned attempt)
     const uint64_t now = static_cast<uint64_t>(std::chrono::steady_clock::now().time_since_epoch().count());
     uint64_t value =
         (pid << 40) ^ (counter.fetch_add(1) << 20) ^ now ^ (uint64_t{attempt} * 0x9E3779B97F4A7C15u);
-    static const wchar_t digits[] = L"0123456789abcdef";
-    std::wstring name = DirectoryOf(target) + L".kel-";
+    static const char digits[] = "0123456789abcdef";
+    std::string suffix = ".kel-";
     for (int i = 0; i < 16; ++i, value >>= 4)
     {
-        name += digits[value & 15];
+        suffix += digits[value & 15];
     }
-    name += L".tmp";
+    suffix += ".tmp";
+    SystemString name = DirectoryOf(target);
+    name.append(suffix.begin(), suffix.end());
     return name;
 }
 
-#if !defined(_WIN32)
-std::string SystemName(const std::wstring& name)
+SystemString SystemName(const std::wstring& name)
 {
+#if defined(_WIN32)
+    return name;
+#else
     return KelSDK::Common::StringConversion::NativeToUtf8(name);
-}
 #endif
+}
+
+// The file that a write to name replaces: where name is a symbolic link, the file it points to,
+// so that saving through a link updates the linked file instead of replacing the link.
+SystemString ReplacedFile(const std::wstring& name)
+{
+    SystemString path = SystemName(name);
+#if !defined(_WIN32)
+    struct stat info;
+    if (lstat(path.c_str(), &info) == 0 && S_ISLNK(info.st_mode))
+    {
+        if (char* resolved = realpath(path.c_str(), nullptr))
+        {
+            path = resolved;
+            std::free(resolved);
+        }
+    }
+#endif
+    return path;
+}
 } // namespace
 
 std::unique_ptr<NativeFile> NativeFile::OpenRead(const std::wstring& name)
@@ -107,17 +137,18 @@ std::unique_ptr<NativeFile> NativeFile::OpenWrite(const std::wstring& name, bool
     {
         return nullptr;
     }
+    const SystemString target = ReplacedFile(name);
     std::FILE* file = nullptr;
-    std::wstring temporary;
+    SystemString temporary;
     // "x": create exclusively, so that two writers never share a temporary.
     for (unsigned attempt = 0; attempt < 64 && !file; ++attempt)
     {
-        temporary = TemporaryName(name, attempt);
+        temporary = TemporaryName(target, attempt);
 #if defined(_WIN32)
         file = _wfopen(temporary.c_str(), text ? L"wtx" : L"wbx");
 #else
         (void)text; // POSIX has no text mode: the bytes are written as given.
-        file = std::fopen(SystemName(temporary).c_str(), "wbx");
+        file = std::fopen(temporary.c_str(), "wbx");
 #endif
         if (!file && errno != EEXIST)
         {
@@ -131,7 +162,7 @@ std::unique_ptr<NativeFile> NativeFile::OpenWrite(const std::wstring& name, bool
 #if !defined(_WIN32)
     // The replacement keeps the permission bits of the file it replaces.
     struct stat info;
-    if (stat(SystemName(name).c_str(), &info) == 0 && S_ISREG(info.st_mode))
+    if (stat(target.c_str(), &info) == 0 && S_ISREG(info.st_mode))
     {
         (void)fchmod(fileno(file), info.st_mode & 07777);
     }
@@ -140,7 +171,7 @@ std::unique_ptr<NativeFile> NativeFile::OpenWrite(const std::wstring& name, bool
     std::unique_ptr<NativeFile> result(new NativeFile());
     result->file_ = file;
     result->writing_ = true;
-    result->target_ = name;
+    result->target_ = target;
     result->temporary_ = temporary;
     return result;
 }
@@ -223,7 +254,7 @@ bool NativeFile::Close(bool commit)
         ok = MoveFileExW(temporary_.c_str(), target_.c_str(), MOVEFILE_REPLACE_EXISTING) != 0;
 #else
         // rename replaces the target in one step: readers see the old or the new file, never a mix.
-        ok = std::rename(SystemName(temporary_).c_str(), SystemName(target_).c_str()) == 0;
+        ok = std::rename(temporary_.c_str(), target_.c_str()) == 0;
 #endif
         if (ok)
         {
@@ -233,7 +264,7 @@ bool NativeFile::Close(bool commit)
 #if defined(_WIN32)
     _wremove(temporary_.c_str());
 #else
-    std::remove(SystemName(temporary_).c_str());
+    std::remove(temporary_.c_str());
 #endif
     return false;
 }

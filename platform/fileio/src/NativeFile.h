@@ -10,6 +10,13 @@
 
 namespace KelSDK::FileIO::Detail
 {
+// A file name as the operating system takes it: UTF-16 on Windows, UTF-8 bytes elsewhere.
+#if defined(_WIN32)
+using SystemString = std::wstring;
+#else
+using SystemString = std::string;
+#endif
+
 class NativeFile
 {
 public:
@@ -44,7 +51,7 @@ private:
     int64_t size_ = 0;
     bool failed_ = false;
     bool writing_ = false;
-    std::wstring target_;
-    std::wstring temporary_;
+    SystemString target_;
+    SystemString temporary_;
 };
 } // namespace KelSDK::FileIO::Detail
