@@ -680,5 +680,58 @@ TEST_P(MFileEncoding, WrongDirectionFailsWithoutTouchingTheFile)
          });
 }
 
+TEST_P(MFileEncoding, EveryPrefixAndBitFlipEndsDefined)
+{
+    const std::vector<uint32_t> packed = {1, 70000, 3};
+    const Bytes bytes = Write(
+        [&](MFile& f)
+        {
+            const unsigned char tag = 7;
+            const double value = -1.5;
+            f.WRITE(&tag, 1);
+            f.WRITE_STRING_DATA("name");
+            f.WRITE_STRING_RAW(L"w\U0001F600");
+            f.WRITE_AS_BYTE_ARRAY(packed.data(), packed.size());
+            f.WRITE(&value, 1);
+        });
+    // Reads the whole sequence; true if every step succeeded.
+    auto readAll = [](MFile& f)
+    {
+        unsigned char tag = 0;
+        std::string text;
+        std::wstring wide;
+        uint32_t values[3];
+        double value = 0;
+        bool ok = f.READ(&tag, 1);
+        ok = f.READ_STRING_DATA(text) && ok;
+        ok = f.READ_STRING_RAW(wide) && ok;
+        ok = f.READ_AS_BYTE_ARRAY(values, 3) && ok;
+        ok = f.READ(&value, 1) && ok;
+        return ok;
+    };
+    for (size_t length = 0; length <= bytes.size(); ++length)
+    {
+        Read(Bytes(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(length)),
+             [&](MFile& f)
+             {
+                 const bool ok = readAll(f);
+                 EXPECT_EQ(ok, length == bytes.size()) << length;
+                 EXPECT_EQ(f.HasError(), !ok) << length;
+             });
+    }
+    for (size_t bit = 0; bit < bytes.size() * 8; bit += 3)
+    {
+        Bytes flipped = bytes;
+        flipped[bit / 8] ^= static_cast<uint8_t>(1u << (bit % 8));
+        Read(flipped,
+             [&](MFile& f)
+             {
+                 const bool ok = readAll(f);
+                 EXPECT_EQ(f.HasError(), !ok) << bit;
+                 EXPECT_LE(f.Tell(), static_cast<int64_t>(flipped.size()));
+             });
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(Backends, MFileEncoding,
                          testing::Values(Backend::Memory, Backend::DiskTinyBuffer, Backend::Disk), Name);

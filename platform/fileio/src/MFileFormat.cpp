@@ -17,6 +17,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <string_view>
 #include <system_error>
 
 #if defined(_WIN32)
@@ -271,7 +272,7 @@ bool IsSigned(char conversion)
 // Takes the integer argument of a conversion by its length modifier and formats it.
 bool FormatIntegerArgument(MFile& file, const Spec& spec, va_list& args)
 {
-    const std::string length = spec.length;
+    const std::string_view length(spec.length);
     const bool isSigned = IsSigned(spec.conversion);
     if (length.empty())
     {
@@ -442,7 +443,7 @@ bool MFile::FPRINTF(const char* format, ...)
             break;
         }
         p = next;
-        const std::string length = spec.length;
+        const std::string_view length(spec.length);
         switch (spec.conversion)
         {
         case 'd':
