@@ -108,7 +108,12 @@ void BM_CreateStandard(benchmark::State& state)
     state.counters["budget_bytes"] = 64 * triangles + 32 * points;
     state.counters["peak_rss"] = PeakResidentBytes();
 }
-BENCHMARK(BM_CreateStandard)->Arg(1 << 20)->Arg(2000000)->Arg(10000000)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK(BM_CreateStandard)
+    ->Arg(1 << 20)
+    ->Arg(2000000)
+    ->Arg(10000000)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(1);
 
 // Corner-by-corner filling of a store, as an STL import does: three corners per facet, each
 // looked up for sharing, then the triangle and its colour.
@@ -143,7 +148,8 @@ void BM_FillCompact(benchmark::State& state)
         MStlTriangleColorMask* mask = stl.GetColorMasks().CreateMainTriangleColorMask();
         FillCornerByCorner(
             n, [&](int x, int y) { return c->AddVertexIE(x, y, 0); },
-            [&](unsigned a, unsigned b, unsigned d) { mask->SetInfo(c->AddTriangle(a, b, d), MStlColor(0xFF)); });
+            [&](unsigned a, unsigned b, unsigned d)
+            { mask->SetInfo(c->AddTriangle(a, b, d), MStlColor(0xFF)); });
         c->UpdateParentBoundingBox();
         bytes = ResidentBytes() - before;
         triangles = double(c->GetNumTriangles());
@@ -172,7 +178,8 @@ void BM_FillOnDisk(benchmark::State& state)
         d->StartAddingTriangleColors();
         FillCornerByCorner(
             n, [&](int x, int y) { return d->AddVertex(x, y, 0); },
-            [&](unsigned a, unsigned b, unsigned c) {
+            [&](unsigned a, unsigned b, unsigned c)
+            {
                 d->AddSurfaceTriangle(a, b, c);
                 d->AddColor(MStlColor(0xFF));
             });
@@ -203,4 +210,4 @@ void BM_FillOnDisk(benchmark::State& state)
     state.counters["beyond_index_bytes"] = beyondIndex;
 }
 BENCHMARK(BM_FillOnDisk)->Arg(1 << 20)->Arg(20000000)->Unit(benchmark::kMillisecond)->Iterations(1);
-}  // namespace
+} // namespace

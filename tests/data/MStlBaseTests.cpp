@@ -12,7 +12,10 @@ using Points = std::vector<std::array<int, 3>>;
 using Lists = std::vector<std::vector<std::array<size_t, 3>>>;
 
 // Two triangles sharing the edge 1-2, points given sorted by (z, x, y).
-Points Quad() { return {{0, 0, 0}, {10, 0, 0}, {0, 10, 0}, {10, 10, 0}}; }
+Points Quad()
+{
+    return {{0, 0, 0}, {10, 0, 0}, {0, 10, 0}, {10, 10, 0}};
+}
 
 std::vector<const MStlTriangle*> Iterated(const MStlBase& stl)
 {
@@ -37,7 +40,7 @@ struct CountingDependency : MStlDependency
     int clears = 0;
     size_t added = 0, lastFirst = 0, points = 0;
 };
-}  // namespace
+} // namespace
 
 TEST(MStlBaseStandard, CreateSharesPointsAndKeepsInputOrder)
 {
@@ -81,12 +84,13 @@ TEST(MStlBaseStandard, CreateDistributesListsOverSurfaces)
     stl.GetMainSurface()->SetName(L"a");
     MStlSurface* b = stl.AddSurface();
     b->SetName(L"b");
-    MStlSurface* c = stl.AddSurface(b);  // copies the name
+    MStlSurface* c = stl.AddSurface(b); // copies the name
     EXPECT_EQ(L"b", c->GetName());
     c->SetName(L"c");
     std::vector<MStlSurface*> surfaces{stl.GetMainSurface(), b, c};
     std::vector<MStlTriangle*> tris;
-    ASSERT_TRUE(stl.Create(Quad(), Lists{{{0, 1, 2}}, {{1, 3, 2}, {0, 1, 3}}, {}}, &surfaces, nullptr, &tris));
+    ASSERT_TRUE(
+        stl.Create(Quad(), Lists{{{0, 1, 2}}, {{1, 3, 2}, {0, 1, 3}}, {}}, &surfaces, nullptr, &tris));
     ASSERT_EQ(3u, tris.size());
     EXPECT_EQ(1u, stl.GetMainSurface()->GetNumberOfTriangles());
     EXPECT_EQ(2u, b->GetNumberOfTriangles());
@@ -195,7 +199,7 @@ TEST(MStlBaseStandard, SortedPointIndexFollowsSortingSwitch)
     EXPECT_EQ(created[1], list.FindPoint(0, 0, -1));
     EXPECT_EQ(a, list.FindPoint(5, 5, 5));
     list.DisableSorting();
-    list.EnableSorting(false, false);  // built lazily at the next look-up
+    list.EnableSorting(false, false); // built lazily at the next look-up
     EXPECT_EQ(c, list.FindPoint(-4, 9, 3));
     // Points added later while sorting is on are found too, and the list order is unchanged.
     MStlPoint* d = stl.CreatePoint(-100, 0, 0);
@@ -250,7 +254,7 @@ TEST(MStlBaseStandard, NormalsCollapsedAndDegenerateTriangles)
     MStlTriangle* ok = stl.CreateTriangle(p[0], p[1], p[2]);
     MStlTriangle* flipped = stl.CreateTriangle(p[0], p[2], p[1]);
     MStlTriangle* samePoint = stl.CreateTriangle(p[0], p[0], p[1]);
-    MStlTriangle* samePosition = stl.CreateTriangle(p[3], p[1], p[0]);  // p[3] lies on p[0]
+    MStlTriangle* samePosition = stl.CreateTriangle(p[3], p[1], p[0]); // p[3] lies on p[0]
     MStlTriangle* colinear = stl.CreateTriangle(p[0], p[1], p[4]);
     ASSERT_TRUE(ok && flipped && samePoint && samePosition && colinear);
     EXPECT_EQ(1.0, ok->GetNormal()[2]);
@@ -276,7 +280,7 @@ TEST(MStlBaseStandard, FaceGroupsPresentAndAbsent)
     EXPECT_EQ(nullptr, stl.GetFaceGroupInfo());
     MStlBaseFaceGroupInfo* info = stl._CreateFaceGroupInfo();
     ASSERT_NE(nullptr, info);
-    EXPECT_EQ(info, stl._CreateFaceGroupInfo());  // created once
+    EXPECT_EQ(info, stl._CreateFaceGroupInfo()); // created once
     EXPECT_EQ(0u, info->GetFaceID(*t[1]));
     info->SetFaceID(*t[1], 0xFFFFFFFFul);
     EXPECT_EQ(0xFFFFFFFFu, info->GetFaceID(*t[1]));
@@ -357,7 +361,7 @@ TEST(MStlBaseStandard, PropertiesExtremesAndBoundingBox)
     ASSERT_TRUE(stl.GetProperties().CalculateExtremes(e[0], e[1], e[2], e[3], e[4], e[5]));
     EXPECT_EQ((std::vector<int>{-5, 3, -9, 7, -2, 100}), std::vector<int>(e, e + 6));
     EXPECT_EQ(-9, stl.GetBoundingBox().GetMin()[1]);
-    stl.CreatePoint(0, 0, 1000);  // invalidates the cached box
+    stl.CreatePoint(0, 0, 1000); // invalidates the cached box
     EXPECT_EQ(1000, stl.GetBoundingBox().GetMax()[2]);
 }
 

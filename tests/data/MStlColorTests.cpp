@@ -10,9 +10,15 @@ using namespace KelSDK::Triangles::Data;
 namespace
 {
 // The attribute word convention written out independently with floating-point rounding.
-uint32_t Widen(uint32_t v5) { return static_cast<uint32_t>(std::lround(v5 * 255.0 / 31.0)); }
-uint32_t Narrow(uint32_t v8) { return static_cast<uint32_t>(std::lround(v8 * 31.0 / 255.0)); }
-}  // namespace
+uint32_t Widen(uint32_t v5)
+{
+    return static_cast<uint32_t>(std::lround(v5 * 255.0 / 31.0));
+}
+uint32_t Narrow(uint32_t v8)
+{
+    return static_cast<uint32_t>(std::lround(v8 * 31.0 / 255.0));
+}
+} // namespace
 
 TEST(MStlColor, EveryAttributeWordDecodesAndEncodesBack)
 {
@@ -55,7 +61,7 @@ TEST(MStlColor, DefinedFlagAndWordHandling)
     MStlColor c;
     EXPECT_FALSE(c.IsDefined());
     EXPECT_EQ(0u, c.GetRGB());
-    c.SetRGB(0xFF123456u);  // the top byte is not part of the colour
+    c.SetRGB(0xFF123456u); // the top byte is not part of the colour
     EXPECT_TRUE(c.IsDefined());
     EXPECT_EQ(0x123456u, c.GetRGB());
     EXPECT_EQ(0x56, c.GetRed());
@@ -64,7 +70,7 @@ TEST(MStlColor, DefinedFlagAndWordHandling)
     EXPECT_NE(c, MStlColor());
     c.Reset();
     EXPECT_EQ(c, MStlColor());
-    EXPECT_NE(MStlColor(0u), MStlColor());  // black is a colour, not "no colour"
+    EXPECT_NE(MStlColor(0u), MStlColor()); // black is a colour, not "no colour"
 }
 
 TEST(MStlMaterial, DefaultsAndPositionalWords)
@@ -76,7 +82,7 @@ TEST(MStlMaterial, DefaultsAndPositionalWords)
     m.SetWord(1, 2);
     m.SetWord(2, 3);
     m.SetWord(3, 4);
-    m.SetWord(4, 99);  // no fifth word: ignored
+    m.SetWord(4, 99); // no fifth word: ignored
     m.SetShininess(0.5f);
     EXPECT_EQ(1u, m.GetDiffuse());
     EXPECT_EQ(2u, m.GetRGB());

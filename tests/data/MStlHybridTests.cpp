@@ -15,9 +15,10 @@ namespace
 // surfaces and some colours, as the uniform interface sees it.
 struct Sample
 {
-    std::vector<std::array<int, 3>> vertices{{0, 0, 0}, {10, 0, 0}, {0, 10, 0}, {10, 10, -3}, {-7, 2, 2147483647}};
+    std::vector<std::array<int, 3>> vertices{
+        {0, 0, 0}, {10, 0, 0}, {0, 10, 0}, {10, 10, -3}, {-7, 2, 2147483647}};
     std::vector<std::array<unsigned, 3>> triangles{{0, 1, 2}, {1, 3, 2}, {2, 2, 4}, {4, 3, 0}};
-    std::vector<int> surface{0, 0, 1, 1};  // position in the surface list
+    std::vector<int> surface{0, 0, 1, 1}; // position in the surface list
     std::vector<MStlColor> colors{MStlColor(0xFF), MStlColor(), MStlColor(0x00FF00), MStlColor(0)};
 };
 
@@ -102,7 +103,7 @@ int CountOpenFiles()
     return n;
 }
 #endif
-}  // namespace
+} // namespace
 
 TEST_P(HybridKinds, SameMeshReadsBackTheSame)
 {
@@ -168,8 +169,9 @@ TEST_P(HybridKinds, SwitchingKindEmptiesTheMesh)
 
 INSTANTIATE_TEST_SUITE_P(AllKinds, HybridKinds, ::testing::Values(eStlStandard, eStlCompact, eStlOnDisk),
                          [](const ::testing::TestParamInfo<MStlHybridState>& info) {
-                             return info.param == eStlStandard ? "Standard"
-                                                               : (info.param == eStlCompact ? "Compact" : "OnDisk");
+                             return info.param == eStlStandard
+                                        ? "Standard"
+                                        : (info.param == eStlCompact ? "Compact" : "OnDisk");
                          });
 
 TEST(MStlCompact, VertexSharingAndColourMask)
@@ -191,7 +193,7 @@ TEST(MStlCompact, VertexSharingAndColourMask)
     EXPECT_EQ(1u, c->AddVertex(3, 2, 1));
     EXPECT_FALSE(stl.GetStlHybrid().GetVerticesShared() == false);
     EXPECT_EQ(0u, c->AddTriangle(0, 1, 2));
-    EXPECT_EQ(1u, c->AddTriangle(0, 0, 0));  // degenerate triangles are kept
+    EXPECT_EQ(1u, c->AddTriangle(0, 0, 0)); // degenerate triangles are kept
     EXPECT_EQ(MStlInvalidIndex, c->AddTriangle(0, 1, 3));
     EXPECT_EQ(3, c->GetVertex(1).GetX());
     EXPECT_EQ(0, c->GetVertex(99).GetX());
@@ -228,7 +230,7 @@ TEST(MStlOnDisk, WritingProtocolSharingAndColours)
     d->StartAddingVertices();
     EXPECT_EQ(0u, d->AddVertex(1, 2, 3));
     EXPECT_EQ(1u, d->AddVertex(4, 5, 6));
-    EXPECT_EQ(0u, d->AddVertex(1, 2, 3));  // shared on its own
+    EXPECT_EQ(0u, d->AddVertex(1, 2, 3)); // shared on its own
     EXPECT_EQ(2u, d->AddVertex(7, 8, 9));
     d->StartAddingSurfaceTriangles(stl.GetMainSurface());
     d->StartAddingTriangleColors();
@@ -252,7 +254,7 @@ TEST(MStlOnDisk, WritingProtocolSharingAndColours)
     EXPECT_EQ(2u, c);
     EXPECT_EQ(MStlColor(0xFF), d->GetColor(0));
     EXPECT_FALSE(d->GetColor(1).IsDefined());
-    EXPECT_EQ(MStlInvalidVertex, d->AddVertex(0, 0, 0));  // not open for writing
+    EXPECT_EQ(MStlInvalidVertex, d->AddVertex(0, 0, 0)); // not open for writing
     EXPECT_TRUE(d->Close());
 
     // Appending keeps what was there; OpenWrite(false) starts over.
@@ -274,7 +276,7 @@ TEST(MStlOnDisk, ManyElementsAcrossBufferAndCacheBoundaries)
     ASSERT_TRUE(stl.GetStlHybrid().SetState(eStlOnDisk));
     MStlOnDisk* d = stl.GetStlHybrid().GetStlOnDisk();
     ASSERT_TRUE(d->OpenWrite(false));
-    const unsigned n = 300000;  // 3.6 MB of vertices: several write buffers and cache blocks
+    const unsigned n = 300000; // 3.6 MB of vertices: several write buffers and cache blocks
     for (unsigned i = 0; i < n; ++i)
         ASSERT_EQ(i, d->AddVertex(int(i), -int(i), int(i % 1000)));
     for (unsigned i = 0; i + 2 < n; i += 3)
@@ -366,7 +368,7 @@ TEST_P(HybridKinds, SurfacesInUseStayAndFaceGroupsFollowTheStore)
     h.Close();
     groups->SetFaceID(size_t(5), 77);
     EXPECT_EQ(77u, groups->GetFaceID(size_t(5)));
-    groups->SetFaceID(size_t(6), 1);  // no such triangle
+    groups->SetFaceID(size_t(6), 1); // no such triangle
     EXPECT_EQ(0u, groups->GetFaceID(size_t(6)));
     EXPECT_EQ(6u, groups->GetSize());
 }

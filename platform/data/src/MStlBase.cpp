@@ -6,8 +6,8 @@
 namespace KelSDK::Triangles::Data
 {
 MStlBase::MStlBase()
-    : properties_(this), hybrid_(this), pointList_(*this), surfaceList_(std::make_unique<MStlSurfaceList>(this)),
-      curves_(this), borders_(this)
+    : properties_(this), hybrid_(this), pointList_(*this),
+      surfaceList_(std::make_unique<MStlSurfaceList>(this)), curves_(this), borders_(this)
 {
 }
 
@@ -17,7 +17,10 @@ MStlBase::~MStlBase()
     dependencies_.clear();
 }
 
-MStlIteratorStlPointConst MStlBase::BeginPoint() const { return MStlIteratorStlPointConst(&points_, 0, 0); }
+MStlIteratorStlPointConst MStlBase::BeginPoint() const
+{
+    return MStlIteratorStlPointConst(&points_, 0, 0);
+}
 MStlIteratorStlPointConst MStlBase::EndPoint() const
 {
     return MStlIteratorStlPointConst(&points_, points_.Blocks().size(), 0);
@@ -32,7 +35,8 @@ MStlIteratorStlTriangleConst MStlBase::EndTriangle() const
 }
 MStlRange<MStlIteratorStlEdgeConst> MStlBase::GraphEdges() const
 {
-    return {MStlIteratorStlEdgeConst(&edges_, 0, 0), MStlIteratorStlEdgeConst(&edges_, edges_.Blocks().size(), 0)};
+    return {MStlIteratorStlEdgeConst(&edges_, 0, 0),
+            MStlIteratorStlEdgeConst(&edges_, edges_.Blocks().size(), 0)};
 }
 
 void MStlBase::_ClearGeometry()
@@ -234,9 +238,15 @@ bool MStlBase::Create(std::vector<std::array<int, 3>> points,
     return true;
 }
 
-MStlSurface* MStlBase::GetMainSurface() const { return surfaceList_->GetSurface(0); }
+MStlSurface* MStlBase::GetMainSurface() const
+{
+    return surfaceList_->GetSurface(0);
+}
 
-MStlSurface* MStlBase::AddSurface(const MStlSurface* model) { return surfaceList_->AddNewSurface(model); }
+MStlSurface* MStlBase::AddSurface(const MStlSurface* model)
+{
+    return surfaceList_->AddNewSurface(model);
+}
 
 bool MStlBase::MoveTriangleToSurface(MStlTriangle* triangle, MStlSurface* surface)
 {
@@ -282,7 +292,7 @@ const KelSDK::Math::boundingbox<int, 3>& MStlBase::GetBoundingBox() const
         boundingBox_ = KelSDK::Math::boundingbox<int, 3>();
         if (properties_.CalculateExtremes(e[0], e[1], e[2], e[3], e[4], e[5]))
             boundingBox_ = KelSDK::Math::boundingbox<int, 3>(KelSDK::Math::point<int, 3>(e[0], e[2], e[4]),
-                                                              KelSDK::Math::point<int, 3>(e[1], e[3], e[5]));
+                                                             KelSDK::Math::point<int, 3>(e[1], e[3], e[5]));
         validity_.boundingBoxValid_ = true;
     }
     return boundingBox_;
@@ -351,8 +361,12 @@ bool MStlBaseProperties::CalculateExtremes(int& xmin, int& xmax, int& ymin, int&
     const MStlHybrid& hybrid = stl_->GetStlHybrid();
     switch (hybrid.GetState())
     {
-    case eStlCompact: any = hybrid.GetStlCompact()->GetExtremes(e); break;
-    case eStlOnDisk: any = hybrid.GetStlOnDisk()->GetExtremes(e); break;
+    case eStlCompact:
+        any = hybrid.GetStlCompact()->GetExtremes(e);
+        break;
+    case eStlOnDisk:
+        any = hybrid.GetStlOnDisk()->GetExtremes(e);
+        break;
     default:
         for (const MStlPoint& p : stl_->Points())
         {
@@ -381,4 +395,4 @@ bool MStlBaseProperties::CalculateExtremes(int& xmin, int& xmax, int& ymin, int&
     zmax = e[5];
     return any;
 }
-}  // namespace KelSDK::Triangles::Data
+} // namespace KelSDK::Triangles::Data

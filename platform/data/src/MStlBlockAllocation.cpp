@@ -14,14 +14,15 @@ namespace
 // Blocks from this size on get their own populated mapping.
 constexpr size_t MapThreshold = size_t(8) << 20;
 #endif
-}  // namespace
+} // namespace
 
 void* MStlAllocateBlock(size_t bytes)
 {
 #if defined(__linux__)
     if (bytes >= MapThreshold)
     {
-        void* block = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
+        void* block =
+            mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
         if (block == MAP_FAILED)
             throw std::bad_alloc();
         return block;
@@ -43,4 +44,4 @@ void MStlFreeBlock(void* block, size_t bytes)
 #endif
     ::operator delete(block);
 }
-}  // namespace KelSDK::Triangles::Data
+} // namespace KelSDK::Triangles::Data

@@ -5,9 +5,15 @@ namespace KelSDK::Triangles::Data
 namespace
 {
 // round(v * 31 / 255) and round(v * 255 / 31) in integers (no halves occur in either table).
-constexpr uint32_t To5Bits(uint32_t v8) { return (v8 * 31 + 127) / 255; }
-constexpr uint32_t To8Bits(uint32_t v5) { return (v5 * 255 + 15) / 31; }
-}  // namespace
+constexpr uint32_t To5Bits(uint32_t v8)
+{
+    return (v8 * 31 + 127) / 255;
+}
+constexpr uint32_t To8Bits(uint32_t v5)
+{
+    return (v5 * 255 + 15) / 31;
+}
+} // namespace
 
 MStlColor MStlColor::ConvertFrom16BitValue(unsigned short word)
 {
@@ -29,6 +35,12 @@ unsigned short MStlColor::ConvertTo16BitValue(const MStlColor& color)
     return static_cast<unsigned short>(r | (g << 5) | (b << 10));
 }
 
-MStlColor ConvertFrom16BitValue(unsigned short word) { return MStlColor::ConvertFrom16BitValue(word); }
-unsigned short ConvertTo16BitValue(const MStlColor& color) { return MStlColor::ConvertTo16BitValue(color); }
-}  // namespace KelSDK::Triangles::Data
+MStlColor ConvertFrom16BitValue(unsigned short word)
+{
+    return MStlColor::ConvertFrom16BitValue(word);
+}
+unsigned short ConvertTo16BitValue(const MStlColor& color)
+{
+    return MStlColor::ConvertTo16BitValue(color);
+}
+} // namespace KelSDK::Triangles::Data

@@ -165,4 +165,4 @@ void MStlCompactHybrid::UpdateParentBoundingBox()
                                                 KelSDK::Math::point<int, 3>(e[1], e[3], e[5]));
     parent_->SetBoundingBox(box);
 }
-}  // namespace KelSDK::Triangles::Data
+} // namespace KelSDK::Triangles::Data

@@ -74,8 +74,8 @@ std::string CompareContent(const MStlBase& a, const MStlBase& b, const MStlCompa
         const bool okA = ha.GetVertex(i, ax, ay, az), okB = hb.GetVertex(i, bx, by, bz);
         if (okA != okB || ax != bx || ay != by || az != bz)
         {
-            o << "vertex " << i << ": (" << ax << ", " << ay << ", " << az << ") != (" << bx << ", " << by << ", "
-              << bz << ")";
+            o << "vertex " << i << ": (" << ax << ", " << ay << ", " << az << ") != (" << bx << ", " << by
+              << ", " << bz << ")";
             return o.str();
         }
     }
@@ -98,8 +98,8 @@ std::string CompareContent(const MStlBase& a, const MStlBase& b, const MStlCompa
         const bool okA = ha.GetTriangle(i, a0, a1, a2), okB = hb.GetTriangle(i, b0, b1, b2);
         if (okA != okB || a0 != b0 || a1 != b1 || a2 != b2)
         {
-            o << "triangle " << i << ": vertex indices (" << a0 << ", " << a1 << ", " << a2 << ") != (" << b0 << ", "
-              << b1 << ", " << b2 << ")";
+            o << "triangle " << i << ": vertex indices (" << a0 << ", " << a1 << ", " << a2 << ") != (" << b0
+              << ", " << b1 << ", " << b2 << ")";
             return o.str();
         }
         if (options.colors)
@@ -117,8 +117,8 @@ std::string CompareContent(const MStlBase& a, const MStlBase& b, const MStlCompa
             const size_t sa = SurfacePosition(a, i), sb = SurfacePosition(b, i);
             if (sa != sb)
             {
-                o << "triangle " << i << ": surface " << static_cast<long long>(sa) << " != "
-                  << static_cast<long long>(sb);
+                o << "triangle " << i << ": surface " << static_cast<long long>(sa)
+                  << " != " << static_cast<long long>(sb);
                 return o.str();
             }
         }
@@ -144,7 +144,8 @@ std::string CompareContent(const MStlBase& a, const MStlBase& b, const MStlCompa
         const MStlBaseFaceGroupInfo* fa = a.GetFaceGroupInfo();
         const MStlBaseFaceGroupInfo* fb = b.GetFaceGroupInfo();
         if ((fa == nullptr) != (fb == nullptr))
-            return fa ? "face groups present only in the first mesh" : "face groups present only in the second mesh";
+            return fa ? "face groups present only in the first mesh"
+                      : "face groups present only in the second mesh";
         for (size_t i = 0; fa && i < nt; ++i)
             if (fa->GetFaceID(i) != fb->GetFaceID(i))
             {
@@ -154,7 +155,7 @@ std::string CompareContent(const MStlBase& a, const MStlBase& b, const MStlCompa
     }
     return std::string();
 }
-}  // namespace
+} // namespace
 
 std::string CompareMeshes(const MStlBase& a, const MStlBase& b, const MStlCompareOptions& options)
 {
@@ -169,4 +170,4 @@ std::string CompareMeshes(const MStlBase& a, const MStlBase& b, const MStlCompar
     b.GetStlHybrid().Close();
     return result;
 }
-}  // namespace KelSDK::Triangles::Data
+} // namespace KelSDK::Triangles::Data

@@ -59,18 +59,33 @@ bool MStlFeature::RemoveSurface(MStlSurface* surface)
     return true;
 }
 
-MStlSurfaceList::MStlSurfaceList(MStlBase* stl) : MStlFeature(stl) { AddNewSurface(nullptr); }
+MStlSurfaceList::MStlSurfaceList(MStlBase* stl) : MStlFeature(stl)
+{
+    AddNewSurface(nullptr);
+}
 
 MStlIteratorFeatureSurfaceConst::MStlIteratorFeatureSurfaceConst(const MStlBase& stl)
     : feature_(&stl.GetSurfaceList())
 {
 }
-bool MStlIteratorFeatureSurfaceConst::End() const { return index_ >= feature_->GetNumSurfaces(false); }
-const MStlSurface& MStlIteratorFeatureSurfaceConst::operator*() const { return *feature_->GetSurface(index_); }
+bool MStlIteratorFeatureSurfaceConst::End() const
+{
+    return index_ >= feature_->GetNumSurfaces(false);
+}
+const MStlSurface& MStlIteratorFeatureSurfaceConst::operator*() const
+{
+    return *feature_->GetSurface(index_);
+}
 
 MStlIteratorFeatureSurface::MStlIteratorFeatureSurface(MStlBase& stl) : feature_(&stl.GetSurfaceList()) {}
-bool MStlIteratorFeatureSurface::End() const { return index_ >= feature_->GetNumSurfaces(false); }
-MStlSurface& MStlIteratorFeatureSurface::operator*() const { return *feature_->GetSurface(index_); }
+bool MStlIteratorFeatureSurface::End() const
+{
+    return index_ >= feature_->GetNumSurfaces(false);
+}
+MStlSurface& MStlIteratorFeatureSurface::operator*() const
+{
+    return *feature_->GetSurface(index_);
+}
 
 // ---- curves and borders
 
@@ -117,7 +132,8 @@ MStlSurfaceBorder* MStlSurfaceBorderList::AddBorder(MStlSurface* surface)
 
 bool MStlSurfaceBorderList::RemoveBorder(MStlSurfaceBorder* border)
 {
-    auto it = std::find_if(borders_.begin(), borders_.end(), [border](const auto& b) { return b.get() == border; });
+    auto it =
+        std::find_if(borders_.begin(), borders_.end(), [border](const auto& b) { return b.get() == border; });
     if (it == borders_.end())
         return false;
     borders_.erase(it);
@@ -127,7 +143,8 @@ bool MStlSurfaceBorderList::RemoveBorder(MStlSurfaceBorder* border)
 void MStlSurfaceBorderList::Forget(const MStlFeatureItem* item)
 {
     borders_.erase(std::remove_if(borders_.begin(), borders_.end(),
-                                  [item](const auto& b) { return b->GetSurface() == item || b.get() == item; }),
+                                  [item](const auto& b)
+                                  { return b->GetSurface() == item || b.get() == item; }),
                    borders_.end());
     for (auto& b : borders_)
         for (MStlBorderContour& c : b->Contours())
@@ -215,4 +232,4 @@ void MStlBaseFaceGroupInfo::SetFaceID(size_t triangleIndex, unsigned long id)
     if (triangleIndex < ids_.size())
         ids_[triangleIndex] = static_cast<uint32_t>(id);
 }
-}  // namespace KelSDK::Triangles::Data
+} // namespace KelSDK::Triangles::Data

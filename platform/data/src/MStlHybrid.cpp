@@ -62,9 +62,12 @@ size_t MStlHybrid::GetNumVertices() const
 {
     switch (state_)
     {
-    case eStlCompact: return compact_->GetNumVertices();
-    case eStlOnDisk: return onDisk_->GetNumVertices();
-    default: return parent_->NumberOfPoints();
+    case eStlCompact:
+        return compact_->GetNumVertices();
+    case eStlOnDisk:
+        return onDisk_->GetNumVertices();
+    default:
+        return parent_->NumberOfPoints();
     }
 }
 
@@ -72,9 +75,12 @@ size_t MStlHybrid::GetNumTriangles() const
 {
     switch (state_)
     {
-    case eStlCompact: return compact_->GetNumTriangles();
-    case eStlOnDisk: return onDisk_->GetNumTriangles();
-    default: return parent_->triangles_.Size();
+    case eStlCompact:
+        return compact_->GetNumTriangles();
+    case eStlOnDisk:
+        return onDisk_->GetNumTriangles();
+    default:
+        return parent_->triangles_.Size();
     }
 }
 
@@ -82,9 +88,12 @@ size_t MStlHybrid::GetNumberOfEdges() const
 {
     switch (state_)
     {
-    case eStlCompact: return compact_->GetNumberOfEdges();
-    case eStlOnDisk: return 0;
-    default: return parent_->NumberOfGraphEdges();
+    case eStlCompact:
+        return compact_->GetNumberOfEdges();
+    case eStlOnDisk:
+        return 0;
+    default:
+        return parent_->NumberOfGraphEdges();
     }
 }
 
@@ -92,9 +101,12 @@ bool MStlHybrid::GetVerticesShared() const
 {
     switch (state_)
     {
-    case eStlCompact: return compact_->IsVertexSharingEnabled();
-    case eStlOnDisk: return onDisk_->IsVertexSharingEnabled();
-    default: return verticesShared_;
+    case eStlCompact:
+        return compact_->IsVertexSharingEnabled();
+    case eStlOnDisk:
+        return onDisk_->IsVertexSharingEnabled();
+    default:
+        return verticesShared_;
     }
 }
 
@@ -112,15 +124,21 @@ bool MStlHybrid::OpenRead() const
     return state_ == eStlOnDisk ? onDisk_->OpenRead() : true;
 }
 
-bool MStlHybrid::Close() const { return state_ == eStlOnDisk ? onDisk_->Close() : true; }
+bool MStlHybrid::Close() const
+{
+    return state_ == eStlOnDisk ? onDisk_->Close() : true;
+}
 
 bool MStlHybrid::GetTriangle(size_t index, unsigned& i0, unsigned& i1, unsigned& i2) const
 {
     switch (state_)
     {
-    case eStlCompact: return compact_->GetTriangle(index, i0, i1, i2);
-    case eStlOnDisk: return onDisk_->GetTriangle(index, i0, i1, i2);
-    default: break;
+    case eStlCompact:
+        return compact_->GetTriangle(index, i0, i1, i2);
+    case eStlOnDisk:
+        return onDisk_->GetTriangle(index, i0, i1, i2);
+    default:
+        break;
     }
     const MStlTriangle* t = parent_->triangles_.At(index);
     if (!t)
@@ -151,8 +169,10 @@ bool MStlHybrid::GetVertex(size_t index, int& x, int& y, int& z) const
             z = v.GetZ();
             return true;
         }
-    case eStlOnDisk: return onDisk_->GetVertex(index, x, y, z, false);
-    default: break;
+    case eStlOnDisk:
+        return onDisk_->GetVertex(index, x, y, z, false);
+    default:
+        break;
     }
     const MStlPoint* p = parent_->points_.At(index);
     if (!p)
@@ -167,9 +187,12 @@ MStlSurface* MStlHybrid::GetTriangleSurface(size_t index) const
 {
     switch (state_)
     {
-    case eStlCompact: return compact_->GetTriangleSurface(index);
-    case eStlOnDisk: return onDisk_->GetTriangleSurface(index);
-    default: break;
+    case eStlCompact:
+        return compact_->GetTriangleSurface(index);
+    case eStlOnDisk:
+        return onDisk_->GetTriangleSurface(index);
+    default:
+        break;
     }
     const MStlTriangle* t = parent_->triangles_.At(index);
     return t ? t->GetSurface() : nullptr;
@@ -179,9 +202,12 @@ bool MStlHybrid::StartGettingTriangleColors() const
 {
     switch (state_)
     {
-    case eStlCompact: return parent_->GetColorMasks().GetMainTriangleColorMask() != nullptr;
-    case eStlOnDisk: return onDisk_->GetNumColors() > 0;
-    default: return true;
+    case eStlCompact:
+        return parent_->GetColorMasks().GetMainTriangleColorMask() != nullptr;
+    case eStlOnDisk:
+        return onDisk_->GetNumColors() > 0;
+    default:
+        return true;
     }
 }
 
@@ -193,8 +219,10 @@ MStlColor MStlHybrid::GetColor(size_t index) const
         if (const MStlTriangleColorMask* mask = parent_->GetColorMasks().GetMainTriangleColorMask())
             return mask->GetInfo(index);
         return MStlColor();
-    case eStlOnDisk: return onDisk_->GetColor(index);
-    default: break;
+    case eStlOnDisk:
+        return onDisk_->GetColor(index);
+    default:
+        break;
     }
     const MStlTriangle* t = parent_->triangles_.At(index);
     return t ? t->GetColor() : MStlColor();
@@ -204,9 +232,14 @@ bool MStlHybrid::StartAddingVertices()
 {
     switch (state_)
     {
-    case eStlCompact: compact_->BeginAdding(); return true;
-    case eStlOnDisk: onDisk_->StartAddingVertices(); return onDisk_->IsOpenForWriting();
-    default: return true;
+    case eStlCompact:
+        compact_->BeginAdding();
+        return true;
+    case eStlOnDisk:
+        onDisk_->StartAddingVertices();
+        return onDisk_->IsOpenForWriting();
+    default:
+        return true;
     }
 }
 
@@ -214,9 +247,12 @@ unsigned MStlHybrid::AddVertex(int x, int y, int z)
 {
     switch (state_)
     {
-    case eStlCompact: return compact_->AddVertex(x, y, z);
-    case eStlOnDisk: return onDisk_->AddVertex(x, y, z);
-    default: break;
+    case eStlCompact:
+        return compact_->AddVertex(x, y, z);
+    case eStlOnDisk:
+        return onDisk_->AddVertex(x, y, z);
+    default:
+        break;
     }
     if (parent_->NumberOfPoints() >= MStlInvalidVertex)
         return MStlInvalidVertex;
@@ -237,8 +273,11 @@ bool MStlHybrid::StartAddingTriangles(MStlSurface* surface)
         compact_->BeginAdding();
         compact_->SetCurrentSurface(surface);
         return true;
-    case eStlOnDisk: onDisk_->StartAddingSurfaceTriangles(surface); return onDisk_->IsOpenForWriting();
-    default: return true;
+    case eStlOnDisk:
+        onDisk_->StartAddingSurfaceTriangles(surface);
+        return onDisk_->IsOpenForWriting();
+    default:
+        return true;
     }
 }
 
@@ -246,9 +285,12 @@ size_t MStlHybrid::AddTriangle(unsigned i0, unsigned i1, unsigned i2)
 {
     switch (state_)
     {
-    case eStlCompact: return compact_->AddTriangle(i0, i1, i2);
-    case eStlOnDisk: return onDisk_->AddSurfaceTriangle(i0, i1, i2);
-    default: break;
+    case eStlCompact:
+        return compact_->AddTriangle(i0, i1, i2);
+    case eStlOnDisk:
+        return onDisk_->AddSurfaceTriangle(i0, i1, i2);
+    default:
+        break;
     }
     if (!addSurface_)
         addSurface_ = parent_->GetMainSurface();
@@ -281,8 +323,10 @@ bool MStlHybrid::AddColor(const MStlColor& color)
             return false;
         parent_->GetColorMasks().CreateMainTriangleColorMask()->SetInfo(addColor_++, color);
         return true;
-    case eStlOnDisk: return onDisk_->AddColor(color);
-    default: break;
+    case eStlOnDisk:
+        return onDisk_->AddColor(color);
+    default:
+        break;
     }
     MStlTriangle* t = parent_->triangles_.At(addColor_);
     if (!t)
@@ -296,12 +340,16 @@ void MStlHybrid::UpdateParentBoundingBox()
 {
     switch (state_)
     {
-    case eStlCompact: compact_->UpdateParentBoundingBox(); break;
-    case eStlOnDisk: onDisk_->UpdateParentBoundingBox(); break;
+    case eStlCompact:
+        compact_->UpdateParentBoundingBox();
+        break;
+    case eStlOnDisk:
+        onDisk_->UpdateParentBoundingBox();
+        break;
     default:
         parent_->GetValidity().InvalidateBoundingBox();
         parent_->GetBoundingBox();
         break;
     }
 }
-}  // namespace KelSDK::Triangles::Data
+} // namespace KelSDK::Triangles::Data

@@ -14,9 +14,9 @@ namespace
 {
 // Record layouts of the three files, little-endian by construction (memcpy of host values; the
 // files never leave the process that wrote them).
-constexpr size_t VertexBytes = 12;    // int32 x, y, z
-constexpr size_t TriangleBytes = 12;  // uint32 i0, i1, i2
-constexpr size_t ColorBytes = 4;      // 0x00BBGGRR, bit 31 set when the colour is defined
+constexpr size_t VertexBytes = 12;   // int32 x, y, z
+constexpr size_t TriangleBytes = 12; // uint32 i0, i1, i2
+constexpr size_t ColorBytes = 4;     // 0x00BBGGRR, bit 31 set when the colour is defined
 
 enum class Mode
 {
@@ -24,7 +24,7 @@ enum class Mode
     Writing,
     Reading
 };
-}  // namespace
+} // namespace
 
 struct MStlOnDisk::Impl
 {
@@ -81,8 +81,14 @@ bool MStlOnDisk::Close()
     return ok;
 }
 
-bool MStlOnDisk::IsOpenForWriting() const { return impl_->mode == Mode::Writing; }
-bool MStlOnDisk::IsOpenForReading() const { return impl_->mode == Mode::Reading; }
+bool MStlOnDisk::IsOpenForWriting() const
+{
+    return impl_->mode == Mode::Writing;
+}
+bool MStlOnDisk::IsOpenForReading() const
+{
+    return impl_->mode == Mode::Reading;
+}
 
 void MStlOnDisk::StartAddingVertices()
 {
@@ -108,8 +114,14 @@ void MStlOnDisk::StartAddingTriangleColors()
         OpenWrite(true);
 }
 
-void MStlOnDisk::EnableVertexSharing(bool enable) { impl_->share = enable; }
-bool MStlOnDisk::IsVertexSharingEnabled() const { return impl_->share; }
+void MStlOnDisk::EnableVertexSharing(bool enable)
+{
+    impl_->share = enable;
+}
+bool MStlOnDisk::IsVertexSharingEnabled() const
+{
+    return impl_->share;
+}
 
 unsigned MStlOnDisk::AddVertex(int x, int y, int z)
 {
@@ -183,9 +195,18 @@ void MStlOnDisk::UpdateParentBoundingBox()
     parent_->SetBoundingBox(box);
 }
 
-size_t MStlOnDisk::GetNumVertices() const { return impl_->numVertices; }
-size_t MStlOnDisk::GetNumTriangles() const { return impl_->numTriangles; }
-size_t MStlOnDisk::GetNumColors() const { return impl_->numColors; }
+size_t MStlOnDisk::GetNumVertices() const
+{
+    return impl_->numVertices;
+}
+size_t MStlOnDisk::GetNumTriangles() const
+{
+    return impl_->numTriangles;
+}
+size_t MStlOnDisk::GetNumColors() const
+{
+    return impl_->numColors;
+}
 
 bool MStlOnDisk::GetVertex(size_t index, int& x, int& y, int& z, bool /*sequential*/) const
 {
@@ -230,8 +251,9 @@ MStlSurface* MStlOnDisk::GetTriangleSurface(size_t index) const
     const auto& runs = impl_->surfaceRuns;
     if (index >= impl_->numTriangles || runs.empty())
         return nullptr;
-    auto it = std::upper_bound(runs.begin(), runs.end(), index,
-                               [](size_t i, const std::pair<size_t, MStlSurface*>& r) { return i < r.first; });
+    auto it =
+        std::upper_bound(runs.begin(), runs.end(), index,
+                         [](size_t i, const std::pair<size_t, MStlSurface*>& r) { return i < r.first; });
     return it == runs.begin() ? nullptr : (it - 1)->second;
 }
 
@@ -247,7 +269,10 @@ void MStlOnDisk::ForgetSurface(const MStlSurface* surface, MStlSurface* replacem
         StartAddingSurfaceTriangles(replacement);
 }
 
-size_t MStlOnDisk::GetSharingIndexBytes() const { return impl_->index.MemoryBytes(); }
+size_t MStlOnDisk::GetSharingIndexBytes() const
+{
+    return impl_->index.MemoryBytes();
+}
 
 void MStlOnDisk::Clear()
 {
@@ -255,4 +280,4 @@ void MStlOnDisk::Clear()
     impl_ = std::make_unique<Impl>();
     impl_->share = share;
 }
-}  // namespace KelSDK::Triangles::Data
+} // namespace KelSDK::Triangles::Data

@@ -13,7 +13,7 @@ struct LessZXY
 {
     bool operator()(const MStlPoint* a, const MStlPoint* b) const { return MStlPoint::LessZXY(*a, *b); }
 };
-}  // namespace
+} // namespace
 
 void MStlPoint::Get(double* xyz) const
 {
@@ -135,7 +135,13 @@ MStlPoint* MStlPointList::FindPoint(int x, int y, int z) const
     return *it;
 }
 
-size_t MStlPointList::GetIndexOfPoint(const MStlPoint* point) const { return owner_.points_.IndexOf(point); }
+size_t MStlPointList::GetIndexOfPoint(const MStlPoint* point) const
+{
+    return owner_.points_.IndexOf(point);
+}
 
-MStlPoint* MStlPointList::GetPointWithIndex(size_t index) const { return owner_.points_.At(index); }
-}  // namespace KelSDK::Triangles::Data
+MStlPoint* MStlPointList::GetPointWithIndex(size_t index) const
+{
+    return owner_.points_.At(index);
+}
+} // namespace KelSDK::Triangles::Data

@@ -21,7 +21,7 @@ bool SamePosition(const MStlPoint* a, const MStlPoint* b)
 {
     return a == b || (a->GetX() == b->GetX() && a->GetY() == b->GetY() && a->GetZ() == b->GetZ());
 }
-}  // namespace
+} // namespace
 
 KelSDK::Math::point<double, 3> MStlTriangle::GetNormal() const
 {
@@ -47,5 +47,8 @@ bool MStlTriangle::IsCollapsed() const
            SamePosition(points_[0], points_[2]);
 }
 
-MStlBase* MStlTriangle::GetStl() const { return surface_ ? surface_->GetStl() : nullptr; }
-}  // namespace KelSDK::Triangles::Data
+MStlBase* MStlTriangle::GetStl() const
+{
+    return surface_ ? surface_->GetStl() : nullptr;
+}
+} // namespace KelSDK::Triangles::Data

@@ -16,7 +16,7 @@ bool SeekAbsolute(FILE* file, uint64_t offset)
     return fseeko(file, static_cast<off_t>(offset), SEEK_SET) == 0;
 #endif
 }
-}  // namespace
+} // namespace
 
 TempFile::~TempFile()
 {
@@ -101,7 +101,8 @@ bool TempFile::Read(uint64_t offset, void* out, size_t size) const
         const size_t slot = static_cast<size_t>(block % CacheBlocks);
         unsigned char* cached = cache_.data() + slot * CacheBlockSize;
         const uint64_t blockStart = block * CacheBlockSize;
-        const size_t available = static_cast<size_t>(std::min<uint64_t>(CacheBlockSize, flushed_ - blockStart));
+        const size_t available =
+            static_cast<size_t>(std::min<uint64_t>(CacheBlockSize, flushed_ - blockStart));
         if (cacheTags_[slot] != block + 1 || cacheValid_[slot] < available)
         {
             if (!ReadFromFile(blockStart, cached, available))
@@ -137,4 +138,4 @@ void TempFile::ReleaseBuffers()
     cacheTags_ = std::vector<uint64_t>();
     cacheValid_ = std::vector<uint32_t>();
 }
-}  // namespace KelSDK::Triangles::Data
+} // namespace KelSDK::Triangles::Data

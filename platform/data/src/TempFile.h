@@ -47,7 +47,7 @@ private:
     uint64_t flushed_ = 0;
     bool failed_ = false;
     mutable std::vector<unsigned char> cache_;
-    mutable std::vector<uint64_t> cacheTags_;     // block number + 1; 0 for an empty slot
-    mutable std::vector<uint32_t> cacheValid_;    // valid bytes of the cached block
+    mutable std::vector<uint64_t> cacheTags_;  // block number + 1; 0 for an empty slot
+    mutable std::vector<uint32_t> cacheValid_; // valid bytes of the cached block
 };
-}  // namespace KelSDK::Triangles::Data
+} // namespace KelSDK::Triangles::Data

@@ -92,4 +92,4 @@ private:
     std::vector<Slot> slots_;
     size_t count_ = 0;
 };
-}  // namespace KelSDK::Triangles::Data
+} // namespace KelSDK::Triangles::Data

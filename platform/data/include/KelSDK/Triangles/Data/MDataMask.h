@@ -27,8 +27,7 @@ public:
 
 // One Info per element index of Element (the index the storage gives the element). Indices never
 // set read as the default value.
-template <typename Element, typename Info>
-class MDataMask : public MDataMaskBase
+template <typename Element, typename Info> class MDataMask : public MDataMaskBase
 {
 public:
     explicit MDataMask(const Info& defaultValue = Info()) : default_(defaultValue) {}
@@ -88,4 +87,4 @@ private:
     std::unique_ptr<MStlTriangleColorMask> triangleColors_;
     std::unique_ptr<MStlPointColorMask> pointColors_;
 };
-}  // namespace KelSDK::Triangles::Data
+} // namespace KelSDK::Triangles::Data

@@ -13,9 +13,9 @@ namespace KelSDK::Triangles::Data
 // One recorded operation.
 struct KELSDK_TRIANGLES_DATA_EXPORT MHistoryEntry
 {
-    std::wstring operation;   // what was done, e.g. L"Import"
-    std::wstring parameters;  // free text: file name, options
-    int64_t time = 0;         // seconds since 1970-01-01 UTC
+    std::wstring operation;  // what was done, e.g. L"Import"
+    std::wstring parameters; // free text: file name, options
+    int64_t time = 0;        // seconds since 1970-01-01 UTC
     std::wstring user;
 
     friend bool operator==(const MHistoryEntry& a, const MHistoryEntry& b)
@@ -44,4 +44,4 @@ public:
 private:
     std::vector<MHistoryEntry> entries_;
 };
-}  // namespace KelSDK::Triangles::Data
+} // namespace KelSDK::Triangles::Data

@@ -37,8 +37,7 @@ using MStlIteratorStlEdge = MStlBlockPool<MStlGraphEdge>::Iterator<MStlGraphEdge
 using MStlIteratorStlEdgeConst = MStlBlockPool<MStlGraphEdge>::Iterator<const MStlGraphEdge&>;
 
 // A begin/end pair for range-for.
-template <typename It>
-struct MStlRange
+template <typename It> struct MStlRange
 {
     It first;
     It last;
@@ -293,8 +292,7 @@ private:
 
 // Typed access to a dependency class T that provides static const char* DependencyKey() and a
 // constructor T(MStlBase&): the mesh's T, created on demand when create is true (else null).
-template <typename T>
-T* GetStlDependency(const MStlBase* stl, bool create)
+template <typename T> T* GetStlDependency(const MStlBase* stl, bool create)
 {
     if (!stl)
         return nullptr;
@@ -302,16 +300,16 @@ T* GetStlDependency(const MStlBase* stl, bool create)
     if (!d && create)
     {
         MStlBase* mutableStl = const_cast<MStlBase*>(stl);
-        d = mutableStl->SetDependency(T::DependencyKey(), std::unique_ptr<MStlDependency>(new T(*mutableStl)));
+        d = mutableStl->SetDependency(T::DependencyKey(),
+                                      std::unique_ptr<MStlDependency>(new T(*mutableStl)));
     }
     return static_cast<T*>(d);
 }
 
 // Destroys the mesh's T dependency, if any.
-template <typename T>
-void DestroyStlDependency(MStlBase* stl)
+template <typename T> void DestroyStlDependency(MStlBase* stl)
 {
     if (stl)
         stl->RemoveDependency(T::DependencyKey());
 }
-}  // namespace KelSDK::Triangles::Data
+} // namespace KelSDK::Triangles::Data

@@ -22,8 +22,7 @@ KELSDK_TRIANGLES_DATA_EXPORT void* MStlAllocateBlock(size_t bytes);
 // Frees memory from MStlAllocateBlock (bytes as requested).
 KELSDK_TRIANGLES_DATA_EXPORT void MStlFreeBlock(void* block, size_t bytes);
 
-template <typename T>
-class MStlBlockPool
+template <typename T> class MStlBlockPool
 {
     static_assert(std::is_trivially_destructible<T>::value, "pool elements are never destroyed one by one");
 
@@ -36,7 +35,7 @@ public:
         T* data;
         size_t size;
         size_t capacity;
-        size_t firstIndex;  // index of data[0] in the pool's order
+        size_t firstIndex; // index of data[0] in the pool's order
     };
 
     MStlBlockPool() = default;
@@ -93,12 +92,13 @@ public:
             byAddress_.resize(blocks_.size());
             for (size_t i = 0; i < blocks_.size(); ++i)
                 byAddress_[i] = i;
-            std::sort(byAddress_.begin(), byAddress_.end(), [this](size_t a, size_t b) {
-                return std::less<const T*>()(blocks_[a].data, blocks_[b].data);
-            });
+            std::sort(byAddress_.begin(), byAddress_.end(),
+                      [this](size_t a, size_t b)
+                      { return std::less<const T*>()(blocks_[a].data, blocks_[b].data); });
         }
         auto it = std::upper_bound(byAddress_.begin(), byAddress_.end(), element,
-                                   [this](const T* e, size_t b) { return std::less<const T*>()(e, blocks_[b].data); });
+                                   [this](const T* e, size_t b)
+                                   { return std::less<const T*>()(e, blocks_[b].data); });
         if (it == byAddress_.begin())
             return SIZE_MAX;
         const Block& b = blocks_[*(it - 1)];
@@ -117,8 +117,7 @@ public:
     }
 
     // Forward iteration in pool order.
-    template <typename Ref>
-    class Iterator
+    template <typename Ref> class Iterator
     {
     public:
         using iterator_category = std::forward_iterator_tag;
@@ -128,7 +127,8 @@ public:
         using reference = Ref;
 
         Iterator() = default;
-        Iterator(const MStlBlockPool* pool, size_t block, size_t offset) : pool_(pool), block_(block), offset_(offset)
+        Iterator(const MStlBlockPool* pool, size_t block, size_t offset)
+            : pool_(pool), block_(block), offset_(offset)
         {
             Skip();
         }
@@ -174,4 +174,4 @@ private:
     mutable std::vector<size_t> byAddress_;
     size_t size_ = 0;
 };
-}  // namespace KelSDK::Triangles::Data
+} // namespace KelSDK::Triangles::Data

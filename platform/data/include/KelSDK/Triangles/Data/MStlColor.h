@@ -54,4 +54,4 @@ private:
 // Free-function spellings of the two conversions.
 KELSDK_TRIANGLES_DATA_EXPORT MStlColor ConvertFrom16BitValue(unsigned short word);
 KELSDK_TRIANGLES_DATA_EXPORT unsigned short ConvertTo16BitValue(const MStlColor& color);
-}  // namespace KelSDK::Triangles::Data
+} // namespace KelSDK::Triangles::Data

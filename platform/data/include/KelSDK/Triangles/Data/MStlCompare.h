@@ -13,16 +13,16 @@ class MStlBase;
 // in index order).
 struct KELSDK_TRIANGLES_DATA_EXPORT MStlCompareOptions
 {
-    bool storageKind = false;  // the kinds must be equal
-    bool colors = true;        // triangle colours
-    bool surfaces = true;      // surface per triangle by position in the surface list, surface names
-    bool faceGroups = true;    // presence and identifiers
-    bool attributes = true;    // name, mesh colour, material, support and supposed-solid flags
-    bool userDefined = true;   // user-defined marks of Standard-kind points (both Standard)
+    bool storageKind = false; // the kinds must be equal
+    bool colors = true;       // triangle colours
+    bool surfaces = true;     // surface per triangle by position in the surface list, surface names
+    bool faceGroups = true;   // presence and identifiers
+    bool attributes = true;   // name, mesh colour, material, support and supposed-solid flags
+    bool userDefined = true;  // user-defined marks of Standard-kind points (both Standard)
 };
 
 // Describes the first difference between two meshes ("" when none), e.g.
 // "triangle 12: vertex indices (3, 4, 5) != (3, 5, 4)". Opens the stores for reading.
-KELSDK_TRIANGLES_DATA_EXPORT std::string CompareMeshes(const MStlBase& a, const MStlBase& b,
-                                                        const MStlCompareOptions& options = MStlCompareOptions());
-}  // namespace KelSDK::Triangles::Data
+KELSDK_TRIANGLES_DATA_EXPORT std::string
+CompareMeshes(const MStlBase& a, const MStlBase& b, const MStlCompareOptions& options = MStlCompareOptions());
+} // namespace KelSDK::Triangles::Data

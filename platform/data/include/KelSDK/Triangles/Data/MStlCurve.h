@@ -114,4 +114,4 @@ private:
     MStlBase* stl_;
     std::vector<std::unique_ptr<MStlSurfaceBorder>> borders_;
 };
-}  // namespace KelSDK::Triangles::Data
+} // namespace KelSDK::Triangles::Data

@@ -29,4 +29,4 @@ public:
     // After triangles changed in another way (surfaces moved, order changed).
     virtual void OnTrianglesChanged(MStlBase& stl);
 };
-}  // namespace KelSDK::Triangles::Data
+} // namespace KelSDK::Triangles::Data

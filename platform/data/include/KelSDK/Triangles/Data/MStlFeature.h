@@ -135,4 +135,4 @@ private:
     MStlFeature* feature_;
     size_t index_ = 0;
 };
-}  // namespace KelSDK::Triangles::Data
+} // namespace KelSDK::Triangles::Data

@@ -49,9 +49,9 @@ private:
 // Compact/OnDisk element by its index in the store.
 struct KELSDK_TRIANGLES_DATA_EXPORT MStlHybridEntity
 {
-    const void* element = nullptr;  // MStlTriangle* or MStlGraphEdge* for the Standard kind
+    const void* element = nullptr; // MStlTriangle* or MStlGraphEdge* for the Standard kind
     size_t index = MStlInvalidIndex;
-    bool isHybrid = false;  // true: index is valid; false: element is valid
+    bool isHybrid = false; // true: index is valid; false: element is valid
 
     static MStlHybridEntity FromTriangle(const MStlTriangle* t) { return {t, MStlInvalidIndex, false}; }
     static MStlHybridEntity FromEdge(const MStlGraphEdge* e) { return {e, MStlInvalidIndex, false}; }
@@ -120,7 +120,7 @@ protected:
 
     std::vector<std::array<int, 3>> vertices_;
     std::vector<std::array<uint32_t, 3>> triangles_;
-    std::vector<uint32_t> triangleSurfaces_;  // position in surfaces_
+    std::vector<uint32_t> triangleSurfaces_; // position in surfaces_
     std::vector<MStlSurface*> surfaces_;
     std::vector<std::array<uint32_t, 2>> edges_;
     uint32_t currentSurface_ = 0;
@@ -287,4 +287,4 @@ private:
     MStlSurface* addSurface_ = nullptr;
     size_t addColor_ = 0;
 };
-}  // namespace KelSDK::Triangles::Data
+} // namespace KelSDK::Triangles::Data

@@ -53,4 +53,4 @@ private:
     float shininess_ = 0.0f;
     bool colorIsReadFromFile_ = false;
 };
-}  // namespace KelSDK::Triangles::Data
+} // namespace KelSDK::Triangles::Data

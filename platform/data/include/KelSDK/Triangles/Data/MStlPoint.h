@@ -129,4 +129,4 @@ private:
     mutable size_t sortedCount_ = 0;
     mutable bool indexBuilt_ = true;
 };
-}  // namespace KelSDK::Triangles::Data
+} // namespace KelSDK::Triangles::Data

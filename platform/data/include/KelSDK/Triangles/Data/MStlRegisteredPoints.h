@@ -15,7 +15,7 @@ struct KELSDK_TRIANGLES_DATA_EXPORT MStlRegisteredPoint
     int x = 0;
     int y = 0;
     int z = 0;
-    uint32_t id = 0;  // caller-chosen identifier
+    uint32_t id = 0; // caller-chosen identifier
     std::wstring name;
 
     friend bool operator==(const MStlRegisteredPoint& a, const MStlRegisteredPoint& b)
@@ -46,4 +46,4 @@ public:
 private:
     std::vector<MStlRegisteredPoint> points_;
 };
-}  // namespace KelSDK::Triangles::Data
+} // namespace KelSDK::Triangles::Data

@@ -29,8 +29,8 @@ struct KELSDK_TRIANGLES_DATA_EXPORT MStlTextureCoordinates
 struct KELSDK_TRIANGLES_DATA_EXPORT MStlTextureDisplacement
 {
     bool enabled = false;
-    double depth = 0.0;   // grid steps along the normal at full intensity
-    bool invert = false;  // dark pixels raise instead of lower
+    double depth = 0.0;  // grid steps along the normal at full intensity
+    bool invert = false; // dark pixels raise instead of lower
 };
 
 // A text label rendered into the texture.
@@ -39,7 +39,7 @@ struct KELSDK_TRIANGLES_DATA_EXPORT MStlTextureLabel
     bool enabled = false;
     std::wstring text;
     std::wstring font;
-    double height = 0.0;  // letter height in grid steps
+    double height = 0.0; // letter height in grid steps
 };
 
 // One texture: a shared bitmap plus where and how it lies on the mesh.
@@ -92,4 +92,4 @@ public:
 private:
     std::vector<std::unique_ptr<MStlTexture>> textures_;
 };
-}  // namespace KelSDK::Triangles::Data
+} // namespace KelSDK::Triangles::Data

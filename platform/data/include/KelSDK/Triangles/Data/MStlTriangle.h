@@ -92,4 +92,4 @@ private:
     MStlPoint* points_[2] = {nullptr, nullptr};
     size_t index_ = 0;
 };
-}  // namespace KelSDK::Triangles::Data
+} // namespace KelSDK::Triangles::Data
