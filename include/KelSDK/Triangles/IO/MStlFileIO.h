@@ -185,7 +185,7 @@ private:
 
     bool saveColors_ = true;
     bool saveCurves_ = true;
-    unsigned char meshPresent_;  // given a value by Save only
+    unsigned char meshPresent_ = 0;  // set to 1 by Save with a mesh; not tested on load
     bool saveMasks_ = true;
     bool savePoints_ = true;
     bool saveRegisteredPoints_ = true;
