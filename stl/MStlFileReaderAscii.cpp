@@ -1,4 +1,5 @@
 #include "MStlFileTriangleAscii.h"
+#include "MStlFileTriangleList.h"
 
 #include <KelSDK/Common/Progress.h>
 #include <KelSDK/Triangles/IO/MStlFileReaderAscii.h>
@@ -14,8 +15,10 @@ namespace
 {
 // Bytes fetched from the stream buffer with one sgetn.
 constexpr std::size_t kChunkSize = std::size_t(1) << 20;
-// Assumed size in bytes of one ASCII facet, for the progress maximum and the first reservation.
+// Assumed size in bytes of one ASCII facet, for the progress maximum.
 constexpr uint64_t kBytesPerFacet = 206;
+// Bytes per facet assumed for the first reservation (on the short side of real files).
+constexpr uint64_t kReserveBytesPerFacet = 160;
 
 // Whitespace-separated tokens taken straight from the stream buffer through a large buffer of our
 // own. It behaves like operator>> into a string: a token ends before a blank (which stays unread)
@@ -30,7 +33,7 @@ public:
         : stream_(stream), source_(stream.rdbuf()),
           capacity_(
               static_cast<std::size_t>(std::min<uint64_t>(std::max<uint64_t>(remaining, 4096), kChunkSize))),
-          buffer_(new char[capacity_])
+          buffer_(new char[capacity_ + 1])
     {
         failed_ = source_ == nullptr || !stream.good();
         handBack_ = !failed_;
@@ -69,13 +72,17 @@ public:
     }
 
     // The next token; false (and the end marked as reached) when only blanks or nothing remain.
+    // The byte after the buffered data is a stop mark for the scanning loops: a non-blank while
+    // blanks are skipped, a blank while a token is scanned, so that each loop tests one byte per step.
     bool Next(std::string_view& token)
     {
         if (failed_)
             return false;
+        char* const data = buffer_.get();
         for (;;)
         {
-            while (cursor_ < end_ && Detail::IsStlSpace(static_cast<unsigned char>(buffer_[cursor_])))
+            data[end_] = 'x';
+            while (Detail::IsStlSpace(static_cast<unsigned char>(data[cursor_])))
                 ++cursor_;
             if (cursor_ < end_)
                 break;
@@ -88,7 +95,9 @@ public:
         std::size_t start = cursor_;
         for (;;)
         {
-            while (cursor_ < end_ && !Detail::IsStlSpace(static_cast<unsigned char>(buffer_[cursor_])))
+            char* const text = buffer_.get();
+            text[end_] = ' ';
+            while (!Detail::IsStlSpace(static_cast<unsigned char>(text[cursor_])))
                 ++cursor_;
             if (cursor_ < end_)
                 break;
@@ -148,7 +157,7 @@ private:
         if (end_ == capacity_)
         {
             // One token fills the whole buffer: grow it, in proportion to the bytes already read.
-            std::unique_ptr<char[]> larger(new char[capacity_ * 2]);
+            std::unique_ptr<char[]> larger(new char[capacity_ * 2 + 1]);
             std::memcpy(larger.get(), buffer_.get(), end_);
             buffer_ = std::move(larger);
             capacity_ *= 2;
@@ -249,15 +258,21 @@ MStlFileReaderAscii::Read(std::vector<std::vector<MStlFileTriangle>>& facets, st
         std::vector<MStlFileTriangle>& list = facets.back();
         if (!reserved && size != std::numeric_limits<uint64_t>::max() && size > tokens.Tell())
         {
-            // The first solid usually holds the whole file: reserve from the bytes that remain, at the
-            // assumed facet size (reserved pages that are never touched cost no memory).
-            list.reserve(static_cast<std::size_t>((size - tokens.Tell()) / kBytesPerFacet));
+            // The first solid usually holds the whole file: reserve once from the bytes that remain.
+            // Writers use 170 to 260 bytes per facet; 160 keeps the list from growing (and copying)
+            // in the common case, and reserved pages that are never touched cost no memory.
+            Detail::ReserveFacets(list,
+                                  static_cast<std::size_t>((size - tokens.Tell()) / kReserveBytesPerFacet));
             reserved = true;
         }
+        // One scratch record for all facets. A facet that is appended has had all nine corner
+        // coordinates written, and the attribute is never touched, so only the normal (kept as it is
+        // when "normal" is missing) needs the fresh record's zero before each facet.
+        MStlFileTriangle facet;
         for (;;)
         {
             ++reporter;
-            MStlFileTriangle facet;
+            facet.SetNormal(MStlFileTriangle::Point());
             if (!tokens.Good() || !Detail::ParseAsciiFacet(tokens, facet, currentName))
                 break;
             list.push_back(facet);

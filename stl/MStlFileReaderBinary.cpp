@@ -1,4 +1,5 @@
 #include "MStlFileTriangleBinary.h"
+#include "MStlFileTriangleList.h"
 
 #include <KelSDK/Common/Progress.h>
 #include <KelSDK/Triangles/IO/MStlFileReaderBinary.h>
@@ -188,7 +189,7 @@ MStlFileReaderBinary::Read(FileHeader& header, std::vector<std::vector<MStlFileT
         }
         std::vector<MStlFileTriangle>& list = facets[block];
         const uint64_t n = counts[block];
-        list.reserve(list.size() + static_cast<std::size_t>(std::min(n, remaining / kFacetSize)));
+        Detail::ReserveFacets(list, static_cast<std::size_t>(std::min(n, remaining / kFacetSize)));
         const ErrorCode result = ReadBlock(stream_, list, n, reporter, buffer);
         if (result != Ok)
             return result;

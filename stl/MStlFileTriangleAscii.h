@@ -10,10 +10,23 @@
 
 namespace KelSDK::Triangles::IO::Detail
 {
-// The blanks that separate tokens: those of isspace in the "C" locale.
+// The blanks that separate tokens: those of isspace in the "C" locale (space, \t \n \v \f \r),
+// looked up in a table because the token scanners test every byte of the text.
+struct StlSpaceTable
+{
+    bool isSpace[256] = {};
+    constexpr StlSpaceTable()
+    {
+        isSpace[static_cast<unsigned char>(' ')] = true;
+        for (unsigned char c = '\t'; c <= '\r'; ++c)
+            isSpace[c] = true;
+    }
+};
+inline constexpr StlSpaceTable kStlSpaceTable{};
+
 inline bool IsStlSpace(unsigned char c)
 {
-    return c == ' ' || (c >= '\t' && c <= '\r');
+    return kStlSpaceTable.isSpace[c];
 }
 
 // Case-insensitive keyword test. keyword is lower-case ASCII letters only, which lets one OR per byte
