@@ -10,6 +10,7 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -24,7 +25,9 @@ public:
     ScratchDir()
     {
         const testing::TestInfo* info = testing::UnitTest::GetInstance()->current_test_info();
-        std::string name = std::string("kel_fileio_") + info->test_suite_name() + "_" + info->name();
+        // A random part keeps concurrent runs of the same test (two build trees) apart.
+        std::string name = std::string("kel_fileio_") + info->test_suite_name() + "_" + info->name() + "_" +
+                           std::to_string(std::random_device()());
         for (char& c : name)
         {
             if (c == '/')

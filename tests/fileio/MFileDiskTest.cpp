@@ -9,6 +9,8 @@
 #include <filesystem>
 
 #if !defined(_WIN32)
+#include <csignal>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #endif
 
@@ -178,6 +180,41 @@ TEST(MFileAtomicWrite, ReplacementKeepsThePermissionBits)
     struct stat info;
     ASSERT_EQ(stat(path.c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 07777, 0640u);
+}
+
+TEST(MFileAtomicWrite, AFailingDiskWriteKeepsTheOldFile)
+{
+    // A file size limit makes the operating system refuse the write (EFBIG), as a full disk would.
+    KelTest::ScratchDir dir;
+    KelTest::WriteWholeFile(dir.Path() / "mesh.bin", kOld);
+    struct rlimit previous;
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &previous), 0);
+    if (previous.rlim_max != RLIM_INFINITY && previous.rlim_max < 8192)
+    {
+        GTEST_SKIP() << "file size limit already below the test's";
+    }
+    const auto previousHandler = std::signal(SIGXFSZ, SIG_IGN);
+    struct rlimit limited = previous;
+    limited.rlim_cur = 4096;
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limited), 0);
+    bool wrote = true;
+    bool closed = true;
+    int status = 0;
+    {
+        MFile file(1024);
+        EXPECT_TRUE(file.OPEN_WRITE(dir.Wide("mesh.bin")));
+        const std::vector<double> values(2000, 1.0);
+        wrote = file.WRITE(values.data(), values.size());
+        closed = file.Close();
+        status = file.GetStatus();
+    }
+    setrlimit(RLIMIT_FSIZE, &previous);
+    std::signal(SIGXFSZ, previousHandler);
+    EXPECT_FALSE(wrote);
+    EXPECT_FALSE(closed);
+    EXPECT_EQ(status, MFile::StatusWriteFailed);
+    EXPECT_EQ(KelTest::ReadWholeFile(dir.Path() / "mesh.bin"), kOld);
+    EXPECT_EQ(dir.List(), std::vector<std::string>{"mesh.bin"});
 }
 
 TEST(MFileAtomicWrite, WritingThroughASymbolicLinkUpdatesTheLinkedFile)

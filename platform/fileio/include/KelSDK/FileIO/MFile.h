@@ -123,7 +123,8 @@ public:
     // Starts a binary write that replaces name on Close; false (status set) if it cannot.
     bool OPEN_WRITE(const wchar_t* name);
     bool OPEN_WRITE(const std::wstring& name);
-    // Starts a text write (on Windows "\n" becomes "\r\n", on POSIX bytes go out as given).
+    // Starts a text write: POSIX writes the bytes as given; Windows writes "\n" as "\r\n", so
+    // there Tell and Seek count the bytes before translation. False (status set) if it cannot.
     bool OPEN_ASCII_WRITE(const wchar_t* name);
     bool OPEN_ASCII_WRITE(const std::wstring& name);
 
