@@ -443,3 +443,40 @@ TEST(MStlBaseFeatures, CurvesBordersTexturesRegisteredPointsHistory)
         n += edge.GetPoint(0) == p[0];
     EXPECT_EQ(1u, n);
 }
+
+TEST(MStlBaseStandard, FindOrCreatePointByPointStaysExact)
+{
+    // The pattern of an incremental loader: look a position up, create it when missing.
+    MStlBase stl;
+    MStlPointList& list = stl.GetPointList();
+    uint32_t state = 12345;
+    std::vector<std::array<int, 3>> asked;
+    size_t created = 0;
+    for (int i = 0; i < 60000; ++i)
+    {
+        state = state * 1664525u + 1013904223u;
+        const std::array<int, 3> q{int(state % 97) - 48, int((state >> 8) % 89),
+                                   int((state >> 16) % 83) - 40};
+        asked.push_back(q);
+        MStlPoint* p = list.FindPoint(q[0], q[1], q[2]);
+        if (!p)
+        {
+            p = stl.CreatePoint(q[0], q[1], q[2]);
+            ++created;
+        }
+        ASSERT_EQ(p, list.FindPoint(q[0], q[1], q[2]));
+    }
+    EXPECT_EQ(created, stl.NumberOfPoints());
+    std::set<std::array<int, 3>> distinct(asked.begin(), asked.end());
+    EXPECT_EQ(distinct.size(), created);
+    // A bulk run in between, unsorted, joins the index.
+    std::vector<MStlPoint*> bulk;
+    ASSERT_TRUE(stl.CreatePoints({{1000, 0, 0}, {-1000, 0, 0}, {0, 0, 1000}}, &bulk));
+    EXPECT_EQ(bulk[1], list.FindPoint(-1000, 0, 0));
+    for (const auto& q : distinct)
+    {
+        MStlPoint* p = list.FindPoint(q[0], q[1], q[2]);
+        ASSERT_NE(nullptr, p);
+        ASSERT_EQ(q[2], p->GetZ());
+    }
+}

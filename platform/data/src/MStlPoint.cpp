@@ -48,55 +48,80 @@ void MStlPointList::DisableSorting()
 {
     sortingEnabled_ = false;
     indexBuilt_ = false;
-    index_ = std::vector<MStlPoint*>();
-    sortedCount_ = 0;
+    runs_ = {};
+    fresh_ = {};
 }
 
 void MStlPointList::EnableSorting(bool assumeSorted, bool buildNow)
 {
     sortingEnabled_ = true;
-    if (indexBuilt_ && sortedCount_ == index_.size() && index_.size() == count_)
+    if (indexBuilt_)
         return;
-    indexBuilt_ = false;
     if (buildNow)
         _RebuildIndex(assumeSorted);
 }
 
 void MStlPointList::_RebuildIndex(bool assumeSorted) const
 {
-    index_.clear();
-    index_.reserve(count_);
+    std::vector<MStlPoint*> all;
+    all.reserve(count_);
     for (MStlPoint* p = first_; p; p = p->next_)
-        index_.push_back(p);
-    if (!assumeSorted || !std::is_sorted(index_.begin(), index_.end(), LessZXY()))
-        tbb::parallel_sort(index_.begin(), index_.end(), LessZXY());
-    sortedCount_ = index_.size();
+        all.push_back(p);
+    if (!assumeSorted || !std::is_sorted(all.begin(), all.end(), LessZXY()))
+        tbb::parallel_sort(all.begin(), all.end(), LessZXY());
+    runs_.clear();
+    fresh_.clear();
+    if (!all.empty())
+        runs_.push_back(std::move(all));
     indexBuilt_ = true;
 }
 
-void MStlPointList::_MergePending() const
+void MStlPointList::_AddRun(std::vector<MStlPoint*> run) const
 {
-    if (sortedCount_ == index_.size())
+    if (run.empty())
         return;
-    const auto middle = index_.begin() + static_cast<std::ptrdiff_t>(sortedCount_);
-    tbb::parallel_sort(middle, index_.end(), LessZXY());
-    std::inplace_merge(index_.begin(), middle, index_.end(), LessZXY());
-    sortedCount_ = index_.size();
+    // A run that continues the last one (the usual case for sorted bulk input) is appended.
+    if (!runs_.empty() && !MStlPoint::LessZXY(*run.front(), *runs_.back().back()))
+        runs_.back().insert(runs_.back().end(), run.begin(), run.end());
+    else
+        runs_.push_back(std::move(run));
+    // Merge while a run is not at least twice the size of the one after it.
+    while (runs_.size() >= 2 && runs_[runs_.size() - 2].size() <= 2 * runs_.back().size())
+    {
+        std::vector<MStlPoint*>& a = runs_[runs_.size() - 2];
+        std::vector<MStlPoint*>& b = runs_.back();
+        std::vector<MStlPoint*> merged(a.size() + b.size());
+        std::merge(a.begin(), a.end(), b.begin(), b.end(), merged.begin(), LessZXY());
+        runs_.pop_back();
+        runs_.back() = std::move(merged);
+    }
 }
 
 void MStlPointList::_IndexNewPoints(MStlPoint* first, size_t count, bool sortedRun)
 {
+    constexpr size_t FreshLimit = 64;
     if (!sortingEnabled_ || !indexBuilt_ || count == 0)
         return;
-    const bool extendsSorted = sortedRun && sortedCount_ == index_.size() &&
-                               (sortedCount_ == 0 || !MStlPoint::LessZXY(*first, *index_[sortedCount_ - 1]));
-    if (index_.capacity() - index_.size() < count)
-        index_.reserve(std::max(index_.size() + count, 2 * index_.capacity()));
+    if (count < FreshLimit)
+    {
+        MStlPoint* p = first;
+        for (size_t i = 0; i < count; ++i, p = p->next_)
+            fresh_.push_back(p);
+        if (fresh_.size() >= FreshLimit)
+        {
+            std::sort(fresh_.begin(), fresh_.end(), LessZXY());
+            _AddRun(std::move(fresh_));
+            fresh_ = {};
+        }
+        return;
+    }
+    std::vector<MStlPoint*> run(count);
     MStlPoint* p = first;
     for (size_t i = 0; i < count; ++i, p = p->next_)
-        index_.push_back(p);
-    if (extendsSorted)
-        sortedCount_ = index_.size();
+        run[i] = p;
+    if (!sortedRun)
+        tbb::parallel_sort(run.begin(), run.end(), LessZXY());
+    _AddRun(std::move(run));
 }
 
 void MStlPointList::_Append(MStlPoint* first, MStlPoint* last, size_t count)
@@ -116,8 +141,8 @@ void MStlPointList::_Clear()
 {
     first_ = last_ = nullptr;
     count_ = 0;
-    index_ = std::vector<MStlPoint*>();
-    sortedCount_ = 0;
+    runs_ = {};
+    fresh_ = {};
     indexBuilt_ = sortingEnabled_;
 }
 
@@ -127,12 +152,17 @@ MStlPoint* MStlPointList::FindPoint(int x, int y, int z) const
         return nullptr;
     if (!indexBuilt_)
         _RebuildIndex(false);
-    _MergePending();
+    for (MStlPoint* p : fresh_)
+        if (p->GetX() == x && p->GetY() == y && p->GetZ() == z)
+            return p;
     const MStlPoint key(x, y, z);
-    auto it = std::lower_bound(index_.begin(), index_.end(), &key, LessZXY());
-    if (it == index_.end() || (*it)->GetX() != x || (*it)->GetY() != y || (*it)->GetZ() != z)
-        return nullptr;
-    return *it;
+    for (const std::vector<MStlPoint*>& run : runs_)
+    {
+        auto it = std::lower_bound(run.begin(), run.end(), &key, LessZXY());
+        if (it != run.end() && (*it)->GetX() == x && (*it)->GetY() == y && (*it)->GetZ() == z)
+            return *it;
+    }
+    return nullptr;
 }
 
 size_t MStlPointList::GetIndexOfPoint(const MStlPoint* point) const

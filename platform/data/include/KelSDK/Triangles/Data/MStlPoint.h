@@ -117,16 +117,18 @@ private:
     void _Clear();
     void _IndexNewPoints(MStlPoint* first, size_t count, bool sortedRun);
     void _RebuildIndex(bool assumeSorted) const;
-    void _MergePending() const;
+    void _AddRun(std::vector<MStlPoint*> run) const;
 
     MStlBase& owner_;
     MStlPoint* first_ = nullptr;
     MStlPoint* last_ = nullptr;
     size_t count_ = 0;
     bool sortingEnabled_ = true;
-    // Sorted prefix of the index, then points added since the last merge (sorted lazily).
-    mutable std::vector<MStlPoint*> index_;
-    mutable size_t sortedCount_ = 0;
+    // The sorted index: sorted runs whose sizes shrink geometrically (a small number of binary
+    // searches per look-up, amortised logarithmic insertion), and a short unsorted list of the
+    // newest points that look-ups scan.
+    mutable std::vector<std::vector<MStlPoint*>> runs_;
+    mutable std::vector<MStlPoint*> fresh_;
     mutable bool indexBuilt_ = true;
 };
 } // namespace KelSDK::Triangles::Data
