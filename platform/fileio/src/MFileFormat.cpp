@@ -90,7 +90,7 @@ std::string SpecText(const Spec& spec)
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 #endif
-// One conversion through the C library under the "C" locale; the text is appended to out.
+// One conversion through the C library under the "C" locale, its text stored in out.
 template <typename Value> bool FormatWithCLibrary(const Spec& spec, Value value, std::string& out)
 {
     const std::string format = SpecText(spec);
