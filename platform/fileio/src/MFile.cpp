@@ -12,6 +12,10 @@ namespace
 {
 constexpr int64_t kDefaultBufferSize = int64_t{1} << 16;
 constexpr int64_t kLargestBufferSize = int64_t{1} << 30;
+// Written bytes go to the operating system in blocks of at most this size, whatever the buffer
+// size: the kernel then copies them while they are still in the CPU's cache (with a 256 KiB
+// block the STL writer measured a third slower than with 64 KiB).
+constexpr size_t kWriteBlock = size_t{1} << 16;
 } // namespace
 
 MFile::MFile(int64_t bufferSize)
@@ -82,7 +86,7 @@ bool MFile::_Open(const wchar_t* name, Mode mode, bool text)
     mode_ = mode;
     if (mode == Mode::Write)
     {
-        writeEnd_ = bufferSize_;
+        writeEnd_ = std::min(bufferSize_, kWriteBlock);
     }
     else
     {
@@ -261,7 +265,7 @@ bool MFile::_WriteSlow(const unsigned char* src, size_t bytes)
     {
         return false;
     }
-    if (bytes >= bufferSize_)
+    if (bytes >= writeEnd_)
     {
         const bool ok = native_->Write(src, bytes);
         bufferOffset_ += static_cast<int64_t>(bytes);
