@@ -22,7 +22,7 @@ class KELSDK_TRIANGLES_IO_EXPORT MStlFileReaderBinary
 {
 public:
     // Bytes of the binary header.
-    static const uint64_t HEADER_SIZE = 80;
+    static constexpr uint64_t HEADER_SIZE = 80;
 
     // The 80 header bytes exactly as read.
     using FileHeader = std::array<unsigned char, 80>;
