@@ -5,6 +5,7 @@
 #include <KelSDK/Triangles/Data/MStlBase.h>
 #include <KelSDK/Triangles/IO/MStlFileIO.h>
 
+#include <algorithm>
 #include <memory>
 
 namespace KelSDK::Triangles::IO
@@ -100,11 +101,24 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadStlPointList(MStlBase& mesh)
     // The properties reader bounded n by the file size; the packed block must fit what is left.
     if (n > _Remaining() / (3u * w))
         return _SetError(eStlFileIOBadFormat);
-    const size_t bytes = static_cast<size_t>(n) * 3 * w;
-    std::unique_ptr<unsigned char[]> buffer(new unsigned char[bytes == 0 ? 1 : bytes]);
-    if (!file_->READ(buffer.get(), bytes))
-        return _SetError(eStlFileIOBadFormat);
+    // Decoded block by block through a small buffer: the packed bytes are never held whole.
+    constexpr size_t kBlockPoints = 16384;
+    std::unique_ptr<unsigned char[]> buffer(new unsigned char[kBlockPoints * 3 * 4]);
     const unsigned char* in = buffer.get();
+    const unsigned char* blockEnd = in;
+    uint64_t left = n;
+    bool readFailed = false;
+    // Makes the next point's 3 x w bytes available at in.
+    auto refill = [&]()
+    {
+        if (in != blockEnd)
+            return;
+        const size_t count = static_cast<size_t>(std::min<uint64_t>(kBlockPoints, left));
+        left -= count;
+        readFailed = !file_->READ(buffer.get(), count * 3 * w) || readFailed;
+        in = buffer.get();
+        blockEnd = in + count * 3 * w;
+    };
     const int64_t minimum[3] = {extremes_[0], extremes_[2], extremes_[4]};
     // Stored value plus the axis minimum, wrapped to 32 bits as the writer subtracted it.
     auto next = [&in, w](int64_t axisMinimum)
@@ -122,6 +136,7 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadStlPointList(MStlBase& mesh)
         const size_t first = hybrid.GetNumVertices();
         for (uint64_t i = 0; i < n; ++i)
         {
+            refill();
             const int x = next(minimum[0]);
             const int y = next(minimum[1]);
             const int z = next(minimum[2]);
@@ -133,12 +148,17 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadStlPointList(MStlBase& mesh)
         }
         _Steps(n);
         hybrid.SetVerticesShared(shared);
+        if (readFailed)
+            return _SetError(eStlFileIOBadFormat);
     }
     else if (storageKind_ == eStlStandard)
     {
-        pendingPoints_.resize(static_cast<size_t>(n));
-        for (std::array<int, 3>& p : pendingPoints_)
+        pendingPoints_.clear();
+        pendingPoints_.reserve(static_cast<size_t>(n));
+        for (uint64_t i = 0; i < n; ++i)
         {
+            refill();
+            std::array<int, 3>& p = pendingPoints_.emplace_back();
             p[0] = next(minimum[0]);
             p[1] = next(minimum[1]);
             p[2] = next(minimum[2]);
@@ -146,7 +166,7 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadStlPointList(MStlBase& mesh)
         _Steps(n);
         uint64_t k = 0;
         file_->READ(&k, 1);
-        if (_FileFailed() || k > _Remaining() / 8)
+        if (readFailed || _FileFailed() || k > _Remaining() / 8)
         {
             pendingPoints_ = {};
             return _SetError(eStlFileIOBadFormat);

@@ -6,6 +6,7 @@
 #include <KelSDK/Triangles/Data/MStlBase.h>
 #include <KelSDK/Triangles/IO/MStlFileIO.h>
 
+#include <algorithm>
 #include <memory>
 #include <unordered_map>
 
@@ -17,6 +18,37 @@ namespace
 {
 constexpr unsigned char kNoColors = 0;
 constexpr unsigned char kColorPerTriangle = 1;
+
+// Appends count triangles of packed corner indices of width W; false when one is not below limit.
+template <unsigned W>
+bool DecodeCornersOfWidth(const unsigned char* in, size_t count, uint64_t limit,
+                          std::vector<std::array<size_t, 3>>& out)
+{
+    uint64_t largest = 0;
+    for (size_t t = 0; t < count; ++t, in += 3 * W)
+    {
+        const std::array<size_t, 3> corners{UnpackValue(in, W), UnpackValue(in + W, W), UnpackValue(in + 2 * W, W)};
+        largest = std::max<uint64_t>(largest, std::max(corners[0], std::max(corners[1], corners[2])));
+        out.push_back(corners);
+    }
+    return count == 0 || largest < limit;
+}
+
+bool DecodeCorners(const unsigned char* in, size_t count, unsigned width, uint64_t limit,
+                   std::vector<std::array<size_t, 3>>& out)
+{
+    switch (width)
+    {
+    case 1:
+        return DecodeCornersOfWidth<1>(in, count, limit, out);
+    case 2:
+        return DecodeCornersOfWidth<2>(in, count, limit, out);
+    case 3:
+        return DecodeCornersOfWidth<3>(in, count, limit, out);
+    default:
+        return DecodeCornersOfWidth<4>(in, count, limit, out);
+    }
+}
 }  // namespace
 
 // Layout (the vertex index width v comes from the properties section):
@@ -113,23 +145,20 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadStlTriangleList(MStlBase& mesh)
     const uint64_t available = hasPendingPoints_ ? pendingPoints_.size()
                                                  : (storageKind_ == eStlStandard ? mesh.GetPointList().GetNumPoints()
                                                                                  : mesh.GetStlHybrid().GetNumVertices());
-    const size_t bytes = static_cast<size_t>(n) * 3 * v;
-    std::unique_ptr<unsigned char[]> buffer(new unsigned char[bytes == 0 ? 1 : bytes]);
-    if (!file_->READ(buffer.get(), bytes))
-        return _SetError(eStlFileIOBadFormat);
-    buildCorners_.resize(static_cast<size_t>(n));
-    const unsigned char* in = buffer.get();
+    // Decoded block by block through a small buffer: the packed bytes are never held whole.
+    buildCorners_.clear();
+    buildCorners_.reserve(static_cast<size_t>(n));
+    constexpr size_t kBlockTriangles = 16384;
+    std::unique_ptr<unsigned char[]> buffer(new unsigned char[kBlockTriangles * 3 * 4]);
     bool inRange = true;
-    for (std::array<size_t, 3>& corners : buildCorners_)
+    for (uint64_t done = 0; done < n;)
     {
-        for (size_t& corner : corners)
-        {
-            corner = UnpackValue(in, v);
-            in += v;
-            inRange = inRange && corner < available;
-        }
+        const size_t count = static_cast<size_t>(std::min<uint64_t>(kBlockTriangles, n - done));
+        if (!file_->READ(buffer.get(), count * 3 * v))
+            return _SetError(eStlFileIOBadFormat);
+        inRange = DecodeCorners(buffer.get(), count, v, available, buildCorners_) && inRange;
+        done += count;
     }
-    buffer.reset();
     if (!inRange)
         return _SetError(eStlFileIOBadFormat);
     _Steps(n);
