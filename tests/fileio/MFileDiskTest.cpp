@@ -60,18 +60,34 @@ TEST(MFileOpen, MissingFileDirectoryAndEmptyNameFail)
 TEST(MFileOpen, ReopeningClosesThePreviousFile)
 {
     KelTest::ScratchDir dir;
-    MFile file(64);
+    // One object writes, reads back, writes again: a buffer larger than the write block, and
+    // payloads on both sides of it.
+    MFile file(200000);
+    std::vector<uint32_t> values(37500);
+    for (size_t i = 0; i < values.size(); ++i)
+    {
+        values[i] = static_cast<uint32_t>(i * 7919u);
+    }
     ASSERT_TRUE(file.OPEN_WRITE(dir.Wide("a.bin")));
     WriteNew(file);
+    EXPECT_TRUE(file.WRITE(values.data(), values.size()));
     ASSERT_TRUE(file.OPEN_READ(dir.Wide("a.bin"))); // the write is committed first
     EXPECT_TRUE(file.IsOpenForReading());
-    EXPECT_EQ(file.GetSize(), 11);
-    char text[3] = {};
-    EXPECT_TRUE(file.READ(text, 3));
-    EXPECT_EQ(std::string(text, 3), "new");
+    EXPECT_EQ(file.GetSize(), 11 + 150000);
+    char text[11] = {};
+    EXPECT_TRUE(file.READ(text, 11));
+    EXPECT_EQ(std::string(text, 11), "new content");
+    std::vector<uint32_t> back(values.size());
+    EXPECT_TRUE(file.READ(back.data(), back.size()));
+    EXPECT_EQ(back, values);
     EXPECT_TRUE(file.Close());
     EXPECT_FALSE(file.IsOpen());
     EXPECT_TRUE(file.Close()); // closing twice is harmless
+
+    ASSERT_TRUE(file.OPEN_WRITE(dir.Wide("a.bin")));
+    EXPECT_TRUE(file.WRITE_STRING("short"));
+    EXPECT_TRUE(file.Close());
+    EXPECT_EQ(KelTest::ReadWholeText(dir.Path() / "a.bin"), "short");
 }
 
 TEST(MFileAtomicWrite, TargetChangesOnlyOnClose)

@@ -77,9 +77,12 @@ bool MFile::_Open(const wchar_t* name, Mode mode, bool text)
         _SetError(StatusOpenFailed);
         return false;
     }
-    if (!storage_)
+    // Writing only ever fills one block of the buffer; reading uses all of it.
+    const size_t needed = mode == Mode::Write ? std::min(bufferSize_, kWriteBlock) : bufferSize_;
+    if (storageSize_ < needed)
     {
-        storage_.reset(new unsigned char[bufferSize_]);
+        storage_.reset(new unsigned char[needed]);
+        storageSize_ = needed;
     }
     _ResetBuffer();
     buffer_ = storage_.get();

@@ -270,6 +270,7 @@ private:
     bool _CloseNative(bool commit);
 
     std::unique_ptr<unsigned char[]> storage_;
+    size_t storageSize_ = 0;
     std::unique_ptr<Detail::NativeFile> native_;
 };
 
