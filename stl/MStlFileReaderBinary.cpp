@@ -80,8 +80,10 @@ void MStlFileReaderBinary::SetOptions(const Options& options)
 }
 
 // Establishes the facet count of every block by seeking, without reading facets. The stream is
-// just after the header. R is the number of bytes after the first count.
-MStlFileReaderBinary::ErrorCode MStlFileReaderBinary::_DetermineCounts(std::vector<uint64_t>& counts)
+// just after the header, and is left just after the first count. rest (R) receives the number of
+// bytes after the first count.
+MStlFileReaderBinary::ErrorCode MStlFileReaderBinary::_DetermineCounts(std::vector<uint64_t>& counts,
+                                                                       uint64_t& rest)
 {
     counts.clear();
     uint64_t count = 0;
@@ -104,7 +106,7 @@ MStlFileReaderBinary::ErrorCode MStlFileReaderBinary::_DetermineCounts(std::vect
         return StreamError;
     const std::streamoff hereOffset = here;
     const std::streamoff endOffset = end;
-    const uint64_t rest = endOffset > hereOffset ? static_cast<uint64_t>(endOffset - hereOffset) : 0;
+    rest = endOffset > hereOffset ? static_cast<uint64_t>(endOffset - hereOffset) : 0;
 
     uint64_t r = rest;
     uint64_t last = counts.back();
@@ -152,7 +154,8 @@ MStlFileReaderBinary::Read(FileHeader& header, std::vector<std::vector<MStlFileT
         return stream_.eof() ? HeaderTruncated : StreamError;
 
     std::vector<uint64_t> counts;
-    const ErrorCode determined = _DetermineCounts(counts);
+    uint64_t remaining = 0;
+    const ErrorCode determined = _DetermineCounts(counts, remaining);
     if (determined != Ok)
         return determined;
 
@@ -163,20 +166,8 @@ MStlFileReaderBinary::Read(FileHeader& header, std::vector<std::vector<MStlFileT
         progress, "KelSDK.Triangles.IO.MStlBinaryFileReader.Read", total, false);
     facets.resize(counts.size());
 
-    // The counts were checked against the size above, so every reservation is backed by bytes of the
-    // stream; the bound by the bytes that remain is kept as a second guard.
-    uint64_t remaining = UINT64_MAX;
-    {
-        const std::streampos here = stream_.tellg();
-        stream_.seekg(0, std::ios::end);
-        const std::streampos end = stream_.tellg();
-        stream_.seekg(here);
-        if (stream_.good() && here != std::streampos(-1) && end != std::streampos(-1) &&
-            static_cast<std::streamoff>(end) >= static_cast<std::streamoff>(here))
-            remaining =
-                static_cast<uint64_t>(static_cast<std::streamoff>(end) - static_cast<std::streamoff>(here));
-    }
-
+    // The counts were checked against the bytes after the first count, so every reservation is backed
+    // by bytes of the stream; the bound by the bytes that remain is kept as a second guard.
     std::vector<unsigned char> buffer;
     for (std::size_t block = 0; block < counts.size(); ++block)
     {

@@ -61,7 +61,7 @@ public:
     static MStlReadResults ExtractHeaderInfo(const FileHeader& header);
 
 private:
-    ErrorCode _DetermineCounts(std::vector<uint64_t>& counts);
+    ErrorCode _DetermineCounts(std::vector<uint64_t>& counts, uint64_t& rest);
 
     std::istream& stream_;
     Options options_;
