@@ -48,7 +48,7 @@ inline bool IsKeyword(std::string_view token, std::string_view keyword)
 inline double ConvertNumber(std::string_view token)
 {
     double value = 0.0;
-    if (!KelSDK::Common::StringUtilities::ExtractFloat(token, value))
+    if (!KelSDK::Common::StringUtilities::ExtractFloat(token.data(), token.size(), value))
         throw std::runtime_error("Can't convert double");
     return value;
 }
