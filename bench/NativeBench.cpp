@@ -234,7 +234,7 @@ void BM_NativeVersusBinaryStl(benchmark::State& state)
     std::filesystem::remove(std::filesystem::path(stl));
     std::filesystem::remove(std::filesystem::path(native));
 }
-}  // namespace
+} // namespace
 
 BENCHMARK(BM_NativeSave)->RangeMultiplier(10)->Range(10000, 10000000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_NativeLoad)->RangeMultiplier(10)->Range(10000, 10000000)->Unit(benchmark::kMillisecond);

@@ -4,4 +4,4 @@
 namespace KelSDK::Triangles::IO
 {
 IStlFileIOPersist::~IStlFileIOPersist() = default;
-}  // namespace KelSDK::Triangles::IO
+} // namespace KelSDK::Triangles::IO

@@ -54,11 +54,9 @@ unsigned char WidthForExtent(uint64_t extent)
         return 3;
     return 4;
 }
-}  // namespace
+} // namespace
 
-MStlFileIO::MStlFileIO() : maps_(std::make_unique<MReferenceMaps>())
-{
-}
+MStlFileIO::MStlFileIO() : maps_(std::make_unique<MReferenceMaps>()) {}
 
 MStlFileIO::~MStlFileIO() = default;
 
@@ -206,9 +204,9 @@ void MStlFileIO::_SaveInfo()
 {
     if (mesh_ != nullptr)
         meshPresent_ = 1;
-    const unsigned char info[10] = {saveColors_,           saveCurves_,        meshPresent_,
-                                    saveMasks_,            savePoints_,        saveRegisteredPoints_,
-                                    saveHistory_,          saveTriangleMarks_, saveTriangleVisibilities_,
+    const unsigned char info[10] = {saveColors_,   saveCurves_,        meshPresent_,
+                                    saveMasks_,    savePoints_,        saveRegisteredPoints_,
+                                    saveHistory_,  saveTriangleMarks_, saveTriangleVisibilities_,
                                     saveTriangles_};
     file_->WRITE(info, 10);
 }
@@ -266,18 +264,16 @@ MStlFileIO::MErrorCode MStlFileIO::Load(std::shared_ptr<IProgressDelegate> progr
 namespace
 {
 // Releases the per-operation state (progress reporter, reference maps, build buffers) on every path.
-template <typename F>
-struct ScopeExit
+template <typename F> struct ScopeExit
 {
     F f;
     ~ScopeExit() { f(); }
 };
-template <typename F>
-ScopeExit<F> MakeScopeExit(F f)
+template <typename F> ScopeExit<F> MakeScopeExit(F f)
 {
     return ScopeExit<F>{std::move(f)};
 }
-}  // namespace
+} // namespace
 
 MStlFileIO::MErrorCode MStlFileIO::_SaveStl(std::shared_ptr<IProgressDelegate> progress)
 {
@@ -295,8 +291,8 @@ MStlFileIO::MErrorCode MStlFileIO::_SaveStl(std::shared_ptr<IProgressDelegate> p
         return code;
     const uint64_t sum = vertexCount_ + triangleCount_;
     const uint64_t maximum = sum < kStepsPerReport ? 1 : sum / kStepsPerReport;
-    progress_ = std::make_unique<IncrementalProgressReporter>(progress, "KelSDK.Triangles.Data.MStlFileIO._SaveStl",
-                                                              maximum);
+    progress_ = std::make_unique<IncrementalProgressReporter>(
+        progress, "KelSDK.Triangles.Data.MStlFileIO._SaveStl", maximum);
     if ((code = _SaveStlBaseInfo(mesh)) != eStlFileIOSuccess)
         return code;
     if (saveRegisteredPoints_ && (code = _SaveStlRegisteredPoints(mesh)) != eStlFileIOSuccess)
@@ -327,14 +323,16 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadStl(std::shared_ptr<IProgressDelegate> p
     MErrorCode code = _LoadStlProperties(mesh);
     if (code != eStlFileIOSuccess)
         return code;
-    progress_ = std::make_unique<IncrementalProgressReporter>(progress, "KelSDK.Triangles.Data.MStlFileIO._LoadStl",
-                                                              (vertexCount_ + triangleCount_) / kStepsPerReport + 1);
+    progress_ =
+        std::make_unique<IncrementalProgressReporter>(progress, "KelSDK.Triangles.Data.MStlFileIO._LoadStl",
+                                                      (vertexCount_ + triangleCount_) / kStepsPerReport + 1);
     {
         // The base section reports through its own nested range; the step counter below still
         // advances the outer reporter.
         std::shared_ptr<IProgressDelegate> nested =
             progress_->CreateNestedDelegate(1.0 / static_cast<double>(progress_->GetMaxValue()));
-        IncrementalProgressReporter baseReporter(nested, "KelSDK.Triangles.Data.MStlFileIO._LoadStlBaseInfo", 1);
+        IncrementalProgressReporter baseReporter(nested, "KelSDK.Triangles.Data.MStlFileIO._LoadStlBaseInfo",
+                                                 1);
         if ((code = _LoadStlBaseInfo(mesh)) != eStlFileIOSuccess)
             return code;
     }
@@ -400,7 +398,8 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadPlugins(MStlBase& mesh)
         for (MStlFileIOPlugin* plugin : plugins)
         {
             const wchar_t* pluginName = plugin->GetName();
-            if (std::wcslen(pluginName) == name.size() && std::wmemcmp(pluginName, name.data(), name.size()) == 0)
+            if (std::wcslen(pluginName) == name.size() &&
+                std::wmemcmp(pluginName, name.data(), name.size()) == 0)
             {
                 plugin->LoadData(&mesh, this);
                 break;
@@ -489,7 +488,8 @@ MStlFileIO::MErrorCode MStlFileIO::_SaveStlBaseInfo(MStlBase& mesh)
 {
     MStlHybrid& hybrid = mesh.GetStlHybrid();
     SaveTag(kTagBaseBegin);
-    file_->WRITE_STRING_DATA(std::string(kKindNames[storageKind_ >= 0 && storageKind_ <= 2 ? storageKind_ : 0]));
+    file_->WRITE_STRING_DATA(
+        std::string(kKindNames[storageKind_ >= 0 && storageKind_ <= 2 ? storageKind_ : 0]));
     // The OnDisk store reads its temporary files between OpenRead and Close.
     hybrid.OpenRead();
     auto closeStore = MakeScopeExit([&hybrid] { hybrid.Close(); });
@@ -598,13 +598,14 @@ bool MStlFileIO::IsNativeFile(const std::wstring& name)
         return false;
     unsigned char first = 0xFF;
     std::string magic;
-    const bool ok = file.READ(&first, 1) && first == kTagHeaderBegin && file.READ_STRING_DATA(magic) &&
-                    magic == kMagic;
+    const bool ok =
+        file.READ(&first, 1) && first == kTagHeaderBegin && file.READ_STRING_DATA(magic) && magic == kMagic;
     file.Close();
     return ok;
 }
 
-MStlFileIO::MErrorCode MStlFileIO::ListPluginSections(const std::wstring& name, std::vector<std::wstring>& sections)
+MStlFileIO::MErrorCode MStlFileIO::ListPluginSections(const std::wstring& name,
+                                                      std::vector<std::wstring>& sections)
 {
     sections.clear();
     KelSDK::FileIO::MFile file;
@@ -620,4 +621,4 @@ MStlFileIO::MErrorCode MStlFileIO::ListPluginSections(const std::wstring& name, 
     file.Close();
     return code;
 }
-}  // namespace KelSDK::Triangles::IO
+} // namespace KelSDK::Triangles::IO

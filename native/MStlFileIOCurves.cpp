@@ -191,8 +191,7 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadStlGraphFeature(MStlBase& mesh)
         }
         else if (storageKind_ == eStlCompact && hybrid.GetStlCompact() != nullptr)
         {
-            if (a == 0 || b == 0 ||
-                hybrid.GetStlCompact()->AddEdge(a - 1u, b - 1u) == MStlInvalidIndex)
+            if (a == 0 || b == 0 || hybrid.GetStlCompact()->AddEdge(a - 1u, b - 1u) == MStlInvalidIndex)
                 return _SetError(eStlFileIOUnknownReference);
         }
         else
@@ -202,4 +201,4 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadStlGraphFeature(MStlBase& mesh)
     }
     return _SetError(LoadTag(NativeTags::kGraphEnd));
 }
-}  // namespace KelSDK::Triangles::IO
+} // namespace KelSDK::Triangles::IO

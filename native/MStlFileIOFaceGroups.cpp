@@ -65,4 +65,4 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadStlFaceGroupInfo(MStlBase& mesh)
     }
     return _SetError(LoadTag(NativeTags::kFaceGroupsEnd));
 }
-}  // namespace KelSDK::Triangles::IO
+} // namespace KelSDK::Triangles::IO

@@ -99,4 +99,4 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadStlRegisteredPoints(MStlBase& mesh)
     }
     return _SetError(LoadTag(NativeTags::kRegisteredPointsEnd));
 }
-}  // namespace KelSDK::Triangles::IO
+} // namespace KelSDK::Triangles::IO

@@ -12,7 +12,7 @@ std::mutex& RegistryMutex()
     static std::mutex mutex;
     return mutex;
 }
-}  // namespace
+} // namespace
 
 MStlFileIOPlugin::MStlFileIOPlugin(const uint64_t& saveLoadOrder) : saveLoadOrder_(saveLoadOrder)
 {
@@ -32,4 +32,4 @@ std::list<MStlFileIOPlugin*>& MStlFileIOPlugin::GetPlugins()
     static std::list<MStlFileIOPlugin*> plugins;
     return plugins;
 }
-}  // namespace KelSDK::Triangles::IO
+} // namespace KelSDK::Triangles::IO

@@ -193,7 +193,7 @@ void MStlFileIO::_FlushPendingPoints(MStlBase& mesh)
     mesh.CreatePoints(std::move(pendingPoints_), &created);
     pendingPoints_ = {};
     for (uint64_t index : pendingUserDefined_)
-        if (index < created.size())  // positions beyond the list are ignored
+        if (index < created.size()) // positions beyond the list are ignored
             created[static_cast<size_t>(index)]->SetUserDefined(true);
     pendingUserDefined_ = {};
     mesh.GetPointList().EnableSorting(true, true);
@@ -207,4 +207,4 @@ void MStlFileIO::_RegisterLoadedPoints(MStlBase& mesh)
     for (MStlPoint* p = mesh.GetPointList().GetFirstPoint(); p != nullptr; p = p->GetNext())
         points.push_back(p);
 }
-}  // namespace KelSDK::Triangles::IO
+} // namespace KelSDK::Triangles::IO

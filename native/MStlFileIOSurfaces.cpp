@@ -161,7 +161,8 @@ MStlFileIO::MErrorCode MStlFileIO::LoadStlSurfaceBorder(MStlSurfaceBorder& borde
     if (_FileFailed() || count > _Remaining() / 6)
         return _SetError(eStlFileIOBadFormat);
     MStlFeatureItem* item = nullptr;
-    if (!maps_->FindLoadItem(surfaceId, item) || (item != nullptr && dynamic_cast<MStlSurface*>(item) == nullptr))
+    if (!maps_->FindLoadItem(surfaceId, item) ||
+        (item != nullptr && dynamic_cast<MStlSurface*>(item) == nullptr))
         return _SetError(eStlFileIOUnknownReference);
     border.SetSurface(static_cast<MStlSurface*>(item));
     border.Contours().resize(count);
@@ -274,4 +275,4 @@ MStlFileIO::MErrorCode MStlFileIO::LoadStlSurfaceVisibilityInfo(MStlBase& mesh)
     }
     return _SetError(LoadTag(NativeTags::kSurfaceVisibilityEnd));
 }
-}  // namespace KelSDK::Triangles::IO
+} // namespace KelSDK::Triangles::IO

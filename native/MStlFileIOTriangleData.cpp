@@ -17,7 +17,7 @@ constexpr unsigned char kTagMarksBegin = 20;
 constexpr unsigned char kTagMarksEnd = 21;
 constexpr unsigned char kTagVisibilityBegin = 200;
 constexpr unsigned char kTagVisibilityEnd = 201;
-}  // namespace
+} // namespace
 
 // Colour info (the mesh material):
 //   u8 18 | u32 colour word (RGBA) | u32 ambient | f32 shininess | u32 specular | u8 19
@@ -157,8 +157,7 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadStlTriangleVisibilityInfo(MStlBase& mesh
 namespace
 {
 // Mask record: bool present | when present: u32 default colour, u64 count n, n x u32 colours.
-template <typename Mask>
-void SaveColorMask(KelSDK::FileIO::MFile& file, const Mask* mask)
+template <typename Mask> void SaveColorMask(KelSDK::FileIO::MFile& file, const Mask* mask)
 {
     const bool present = mask != nullptr;
     file.WRITE(&present, 1);
@@ -203,7 +202,7 @@ bool LoadColorMask(KelSDK::FileIO::MFile& file, Create create, Remove remove)
         mask->SetInfo(i, DecodeColor(words[i]));
     return true;
 }
-}  // namespace
+} // namespace
 
 // Masks section (the colour masks of the mesh, by element index):
 //   u8 54 | triangle colour mask record | vertex colour mask record | u8 55
@@ -231,4 +230,4 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadStlMasks(MStlBase& mesh)
         return _SetError(eStlFileIOBadFormat);
     return _SetError(LoadTag(NativeTags::kMasksEnd));
 }
-}  // namespace KelSDK::Triangles::IO
+} // namespace KelSDK::Triangles::IO

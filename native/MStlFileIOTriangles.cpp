@@ -27,7 +27,8 @@ bool DecodeCornersOfWidth(const unsigned char* in, size_t count, uint64_t limit,
     uint64_t largest = 0;
     for (size_t t = 0; t < count; ++t, in += 3 * W)
     {
-        const std::array<size_t, 3> corners{UnpackValue(in, W), UnpackValue(in + W, W), UnpackValue(in + 2 * W, W)};
+        const std::array<size_t, 3> corners{UnpackValue(in, W), UnpackValue(in + W, W),
+                                            UnpackValue(in + 2 * W, W)};
         largest = std::max<uint64_t>(largest, std::max(corners[0], std::max(corners[1], corners[2])));
         out.push_back(corners);
     }
@@ -49,7 +50,7 @@ bool DecodeCorners(const unsigned char* in, size_t count, unsigned width, uint64
         return DecodeCornersOfWidth<4>(in, count, limit, out);
     }
 }
-}  // namespace
+} // namespace
 
 // Layout (the vertex index width v comes from the properties section):
 //   u8  40
@@ -142,9 +143,10 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadStlTriangleList(MStlBase& mesh)
         return _SetError(eStlFileIOBadFormat);
     // Corners index the points of this file, or the points the mesh already holds when the file
     // carries none.
-    const uint64_t available = hasPendingPoints_ ? pendingPoints_.size()
-                                                 : (storageKind_ == eStlStandard ? mesh.GetPointList().GetNumPoints()
-                                                                                 : mesh.GetStlHybrid().GetNumVertices());
+    const uint64_t available = hasPendingPoints_
+                                   ? pendingPoints_.size()
+                                   : (storageKind_ == eStlStandard ? mesh.GetPointList().GetNumPoints()
+                                                                   : mesh.GetStlHybrid().GetNumVertices());
     // Decoded block by block through a small buffer: the packed bytes are never held whole.
     buildCorners_.clear();
     buildCorners_.reserve(static_cast<size_t>(n));
@@ -232,7 +234,7 @@ MStlFileIO::MErrorCode MStlFileIO::_BuildTriangles(MStlBase& mesh)
                 return _SetError(eStlFileIOBadFormat);
             pendingPoints_ = {};
             for (uint64_t index : pendingUserDefined_)
-                if (index < createdPoints.size())  // positions beyond the list are ignored
+                if (index < createdPoints.size()) // positions beyond the list are ignored
                     createdPoints[static_cast<size_t>(index)]->SetUserDefined(true);
             pendingUserDefined_ = {};
         }
@@ -303,4 +305,4 @@ MStlFileIO::MErrorCode MStlFileIO::_BuildTriangles(MStlBase& mesh)
     _RegisterLoadedPoints(mesh);
     return eStlFileIOSuccess;
 }
-}  // namespace KelSDK::Triangles::IO
+} // namespace KelSDK::Triangles::IO

@@ -48,7 +48,7 @@ constexpr unsigned char kSubContourBegin = 140;
 constexpr unsigned char kSubContourEnd = 141;
 constexpr unsigned char kFaceGroupsBegin = 202;
 constexpr unsigned char kFaceGroupsEnd = 203;
-}  // namespace NativeTags
+} // namespace NativeTags
 
 // The two identifier maps of one save or load. Sections refer to points and to named items
 // (surfaces, curve sets, borders) by identifier; 0 stands for "none". A point's identifier is its
@@ -142,4 +142,4 @@ inline uint32_t UnpackValue(const unsigned char* src, unsigned width)
         value |= static_cast<uint32_t>(src[b]) << (8 * b);
     return value;
 }
-}  // namespace KelSDK::Triangles::IO
+} // namespace KelSDK::Triangles::IO

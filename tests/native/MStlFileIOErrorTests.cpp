@@ -43,7 +43,7 @@ bool IsLoadCode(MStlFileIO::MErrorCode code)
     return code == eStlFileIOSuccess || code == eStlFileIOBadFormat || code == eStlFileIOMarkCountMismatch ||
            code == eStlFileIOVisibilityCountMismatch || code == eStlFileIOUnknownReference;
 }
-}  // namespace
+} // namespace
 
 TEST(NativeErrors, TextsOfEveryCode)
 {
@@ -59,7 +59,8 @@ TEST(NativeErrors, TextsOfEveryCode)
                  MStlFileIO::GetErrorString(eStlFileIOVersionNotSupported));
     EXPECT_STREQ("Incorrect file format detected.", MStlFileIO::GetErrorString(eStlFileIOBadFormat));
     for (int code : {8, 9, 10, 11, 12, -1})
-        EXPECT_STREQ("Unknown error detected.", MStlFileIO::GetErrorString(static_cast<MStlFileIOErrorCode>(code)));
+        EXPECT_STREQ("Unknown error detected.",
+                     MStlFileIO::GetErrorString(static_cast<MStlFileIOErrorCode>(code)));
     MStlFileIO io;
     EXPECT_EQ(eStlFileIOSuccess, io.GetLastError());
     EXPECT_STREQ("File IO Succesfull.", io.GetLastErrorString());
@@ -102,7 +103,7 @@ TEST(NativeErrors, WrongTagsAreBadFormat)
         const char* what;
         size_t offset;
     };
-    const size_t base = 40 + 10 + 45;  // header, info block, properties
+    const size_t base = 40 + 10 + 45; // header, info block, properties
     const size_t plugins = good.size() - PluginBlockSize();
     const Case cases[] = {
         {"first byte", 0},
@@ -125,8 +126,8 @@ TEST(NativeErrors, WrongTagsAreBadFormat)
         EXPECT_EQ("Incorrect file format detected.", text);
     }
     // Every inner section tag is checked as well.
-    for (uint8_t tag : {40, 41, 42, 43, 44, 45, 46, 47, 48, 49, 50, 51, 52, 53, 54, 55, 56, 57, 58, 59, 60, 61, 62,
-                        63, 140, 141, 18, 19, 20, 21, 200, 201})
+    for (uint8_t tag : {40, 41, 42, 43, 44, 45, 46, 47, 48,  49,  50, 51, 52, 53, 54,  55,
+                        56, 57, 58, 59, 60, 61, 62, 63, 140, 141, 18, 19, 20, 21, 200, 201})
     {
         SCOPED_TRACE(testing::Message() << "tag " << int(tag));
         // Some byte with the tag's value is the tag itself: changing it must fail.
@@ -147,7 +148,7 @@ TEST(NativeErrors, WrongTagsAreBadFormat)
 TEST(NativeErrors, DifferentMagicTextStillLoads)
 {
     Bytes bytes = SmallFile();
-    bytes[5] = 'k';  // "kelvinstone..."
+    bytes[5] = 'k'; // "kelvinstone..."
     MStlBase mesh;
     EXPECT_EQ(eStlFileIOSuccess, LoadFromBytes(bytes, mesh));
     EXPECT_EQ(2u, mesh.NumberOfTriangles());
@@ -164,7 +165,8 @@ TEST(NativeErrors, MarkAndVisibilityCountsMustMatchTheTriangles)
         uint8_t tag;
         MStlFileIO::MErrorCode code;
     };
-    for (const Case& c : {Case{20, eStlFileIOMarkCountMismatch}, Case{200, eStlFileIOVisibilityCountMismatch}})
+    for (const Case& c :
+         {Case{20, eStlFileIOMarkCountMismatch}, Case{200, eStlFileIOVisibilityCountMismatch}})
     {
         const size_t at = Find(good, {c.tag, 2, 0, 0, 0});
         ASSERT_NE(SIZE_MAX, at);
@@ -206,7 +208,7 @@ TEST(NativeErrors, UnknownReferences)
     const size_t border = Find(good, {56, 2, 0, 0, 0});
     ASSERT_NE(SIZE_MAX, border);
     bad = good;
-    bad[border + 1] = 3;  // the border itself, not a surface
+    bad[border + 1] = 3; // the border itself, not a surface
     EXPECT_EQ(eStlFileIOUnknownReference, LoadFromBytes(bad, mesh));
 }
 
@@ -226,8 +228,8 @@ TEST(NativeErrors, CountsLargerThanTheFileAreBadFormat)
     // searched from the triangle list on, which follows the point list.
     const size_t triangles = Find(good, {40, 2, 0, 0, 0, 0, 0, 0, 0});
     ASSERT_NE(SIZE_MAX, triangles);
-    for (const Bytes& pattern : {Bytes{40, 2, 0, 0, 0, 0, 0, 0, 0}, Bytes{42, 2, 0, 0, 0}, Bytes{50, 1, 0, 0, 0},
-                                 Bytes{52, 1, 0, 0, 0}, Bytes{44, 1, 0, 0, 0}})
+    for (const Bytes& pattern : {Bytes{40, 2, 0, 0, 0, 0, 0, 0, 0}, Bytes{42, 2, 0, 0, 0},
+                                 Bytes{50, 1, 0, 0, 0}, Bytes{52, 1, 0, 0, 0}, Bytes{44, 1, 0, 0, 0}})
     {
         const size_t at = Find(good, pattern, triangles);
         ASSERT_NE(SIZE_MAX, at);
@@ -249,7 +251,7 @@ TEST(NativeErrors, CornerIndicesBeyondThePointsAreBadFormat)
     const size_t at = Find(good, {40, 2, 0, 0, 0, 0, 0, 0, 0, 0, 1, 2});
     ASSERT_NE(SIZE_MAX, at);
     Bytes bad = good;
-    bad[at + 10] = 4;  // four points: index 4 is out of range
+    bad[at + 10] = 4; // four points: index 4 is out of range
     MStlBase mesh;
     EXPECT_EQ(eStlFileIOBadFormat, LoadFromBytes(bad, mesh));
 }
@@ -300,7 +302,7 @@ TEST(NativeErrors, BitFlipsGiveACode)
         Bytes bad = good;
         const size_t bit = static_cast<size_t>((state >> 33) % bits);
         bad[bit / 8] ^= static_cast<uint8_t>(1u << (bit % 8));
-        if (i % 3 == 0)  // and a second flip elsewhere
+        if (i % 3 == 0) // and a second flip elsewhere
         {
             const size_t other = static_cast<size_t>((state >> 11) % bits);
             bad[other / 8] ^= static_cast<uint8_t>(1u << (other % 8));
@@ -319,10 +321,11 @@ struct RecordingDelegate : KelSDK::Common::IProgressDelegate
     void SetProgress(double fraction) override { fractions.push_back(fraction); }
     bool Saw(double f) const
     {
-        return std::any_of(fractions.begin(), fractions.end(), [f](double x) { return std::abs(x - f) < 1e-9; });
+        return std::any_of(fractions.begin(), fractions.end(),
+                           [f](double x) { return std::abs(x - f) < 1e-9; });
     }
 };
-}  // namespace
+} // namespace
 
 TEST(NativeProgress, StepsOfSaveAndLoad)
 {

@@ -13,7 +13,7 @@ ByteBuilder& EmptyProperties(ByteBuilder& b)
         b.i32(0);
     return b.u8(1).u64(0).u8(1).u64(0).u8(1);
 }
-}  // namespace
+} // namespace
 
 TEST(NativeGolden, EmptyMeshWithAllSwitchesOff)
 {
@@ -23,12 +23,12 @@ TEST(NativeGolden, EmptyMeshWithAllSwitchesOff)
     EXPECT_EQ(eStlFileIOSuccess, code);
 
     ByteBuilder expected;
-    expected.header().raw({0, 0, 1, 0, 0, 0, 0, 0, 0, 0});  // info block: only "mesh present"
+    expected.header().raw({0, 0, 1, 0, 0, 0, 0, 0, 0, 0}); // info block: only "mesh present"
     EmptyProperties(expected);
     expected.u8(2).str("Standard");
-    expected.u8(48).u32(0).u8(49);  // graph feature, always present
+    expected.u8(48).u32(0).u8(49); // graph feature, always present
     expected.u8(3);
-    expected.raw({202, 0, 203});  // face groups, absent
+    expected.raw({202, 0, 203}); // face groups, absent
     expected.pluginBlock();
     EXPECT_EQ(expected.bytes, bytes);
 }
@@ -42,19 +42,19 @@ TEST(NativeGolden, EmptyMeshWithDefaultSwitches)
     expected.header().raw({1, 1, 1, 1, 1, 1, 0, 0, 0, 1});
     EmptyProperties(expected);
     expected.u8(2).str("Standard");
-    expected.u8(1);                        // vertices shared
-    expected.u8(8).u64(0).u8(9);           // point list: no coordinates, no user-defined points
-    expected.u8(40).u64(0).u8(0).u8(41);   // triangle list: no triangles, no colours
-    expected.u8(42).u32(1).wstr("");       // surface list: the unnamed main surface
-    expected.u32(0);                       // no borders
-    expected.u8(60).u32(1).u8(1).u8(61);   // surface visibilities
+    expected.u8(1);                      // vertices shared
+    expected.u8(8).u64(0).u8(9);         // point list: no coordinates, no user-defined points
+    expected.u8(40).u64(0).u8(0).u8(41); // triangle list: no triangles, no colours
+    expected.u8(42).u32(1).wstr("");     // surface list: the unnamed main surface
+    expected.u32(0);                     // no borders
+    expected.u8(60).u32(1).u8(1).u8(61); // surface visibilities
     expected.u8(43);
-    expected.u8(44).u32(0).u8(45);         // curve list
-    expected.u8(48).u32(0).u8(49);         // graph feature
-    expected.u8(18).u32(0xFF808080u).u32(0).f32(0.0f).u32(0).u8(19);  // material
+    expected.u8(44).u32(0).u8(45);                                   // curve list
+    expected.u8(48).u32(0).u8(49);                                   // graph feature
+    expected.u8(18).u32(0xFF808080u).u32(0).f32(0.0f).u32(0).u8(19); // material
     expected.u8(3);
-    expected.u8(52).u32(0).u8(53);         // registered points
-    expected.raw({54, 0, 0, 55});          // masks: no triangle mask, no vertex mask
+    expected.u8(52).u32(0).u8(53); // registered points
+    expected.raw({54, 0, 0, 55});  // masks: no triangle mask, no vertex mask
     expected.raw({202, 0, 203});
     expected.pluginBlock();
     EXPECT_EQ(expected.bytes, bytes);
@@ -64,7 +64,7 @@ TEST(NativeGolden, MaterialWordOrder)
 {
     MStlBase mesh;
     MStlMaterial material;
-    material.SetDiffuse(0x11111111u);  // not stored
+    material.SetDiffuse(0x11111111u); // not stored
     material.SetRGB(0x44332211u);
     material.SetSpecular(0x0A0B0C0Du);
     material.SetAmbient(0x01020304u);
@@ -93,7 +93,7 @@ struct PointCase
 {
     std::array<int, 3> a, b;
     uint8_t width;
-    Bytes packed;  // both points, relative to the minimum corner
+    Bytes packed; // both points, relative to the minimum corner
 };
 
 // A file of two points only (points switch on, everything else off).
@@ -120,7 +120,7 @@ Bytes ExpectedPointFile(const PointCase& c, bool secondUserDefined)
     e.pluginBlock();
     return e.bytes;
 }
-}  // namespace
+} // namespace
 
 TEST(NativeGolden, PointListAtEveryWidth)
 {
@@ -132,10 +132,8 @@ TEST(NativeGolden, PointListAtEveryWidth)
         // Extent 70000 = 0x011170: three bytes.
         {{0, 0, 0}, {70000, 0, 5}, 3, {0, 0, 0, 0, 0, 0, 0, 0, 0, 0x70, 0x11, 0x01, 0, 0, 0, 5, 0, 0}},
         // Extent 4000000000 = 0xEE6B2800 does not fit a signed int but its four bytes do.
-        {{-2000000000, 0, 0},
-         {2000000000, 0, 0},
-         4,
-         {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x00, 0x28, 0x6B, 0xEE, 0, 0, 0, 0, 0, 0, 0, 0}},
+        {{-2000000000, 0, 0}, {2000000000, 0, 0}, 4, {0,    0,    0,    0,    0, 0, 0, 0, 0, 0, 0, 0,
+                                                      0x00, 0x28, 0x6B, 0xEE, 0, 0, 0, 0, 0, 0, 0, 0}},
     };
     Switches pointsOnly = Switches::AllOff();
     pointsOnly.points = true;
@@ -195,8 +193,8 @@ TEST(NativeGolden, TriangleListPackedWithTheVertexIndexWidth)
     s.points = s.triangles = s.colors = true;
     const Bytes bytes = SaveToBytes(mesh, s);
     ByteBuilder e;
-    e.u8(40).u64(2).raw({0, 1, 2, 1, 3, 2});  // four vertices: one byte per index
-    e.u8(1).u32(0).u32(0x01123456u);           // colours: undefined, then defined
+    e.u8(40).u64(2).raw({0, 1, 2, 1, 3, 2}); // four vertices: one byte per index
+    e.u8(1).u32(0).u32(0x01123456u);         // colours: undefined, then defined
     e.u8(41);
     e.u8(42).u32(1).wstr("").u32(0).u8(60).u32(1).u8(1).u8(61).u8(43);
     EXPECT_NE(SIZE_MAX, Find(bytes, e.bytes));
@@ -212,13 +210,13 @@ TEST(NativeGolden, FaceGroupsPresentAndAbsent)
         const Bytes bytes = SaveToBytes(mesh, Switches::AllOff());
         ASSERT_GT(bytes.size(), block + 3);
         EXPECT_EQ((Bytes{202, 0, 203}), Bytes(bytes.end() - static_cast<std::ptrdiff_t>(block + 3),
-                                               bytes.end() - static_cast<std::ptrdiff_t>(block)));
+                                              bytes.end() - static_cast<std::ptrdiff_t>(block)));
     }
     MStlBaseFaceGroupInfo* groups = mesh._CreateFaceGroupInfo();
     groups->SetFaceID(*mesh.GetTriangleWithIndex(0), 7);
     groups->SetFaceID(*mesh.GetTriangleWithIndex(1), 0x01020304u);
     const Bytes bytes = SaveToBytes(mesh, Switches::AllOff());
-    const Bytes expected{202, 1, 7, 0, 0, 0, 4, 3, 2, 1, 203};  // 3 + 4n bytes
+    const Bytes expected{202, 1, 7, 0, 0, 0, 4, 3, 2, 1, 203}; // 3 + 4n bytes
     ASSERT_GT(bytes.size(), block + expected.size());
     EXPECT_EQ(expected, Bytes(bytes.end() - static_cast<std::ptrdiff_t>(block + expected.size()),
                               bytes.end() - static_cast<std::ptrdiff_t>(block)));

@@ -28,7 +28,7 @@ Bytes TriangleFile()
     mesh.Create({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}, {{{0, 1, 2}}}, nullptr, nullptr, nullptr);
     return SaveToBytes(mesh);
 }
-}  // namespace
+} // namespace
 
 TEST(NativePlugins, RegistryIsSortedStablyByOrder)
 {
@@ -69,7 +69,7 @@ TEST(NativePlugins, UnknownSectionsAreSkipped)
     io.SetFile(file);
     ASSERT_EQ(eStlFileIOSuccess, io.Load(nullptr));
     EXPECT_EQ(0, Plugins().alpha.loadCount);
-    EXPECT_EQ(1, Plugins().shortReader.loadCount);  // the plug-in after it is still read
+    EXPECT_EQ(1, Plugins().shortReader.loadCount); // the plug-in after it is still read
     EXPECT_EQ((Bytes{0x51, 0x52}), Plugins().shortReader.loaded);
     EXPECT_EQ((std::vector<std::wstring>{L"TB", L"TX", L"TS"}), io.GetLoadedPluginSections());
 
@@ -133,7 +133,7 @@ std::wstring TempName(const char* stem)
     const std::string narrow = std::string(::testing::TempDir()) + stem;
     return std::wstring(narrow.begin(), narrow.end());
 }
-}  // namespace
+} // namespace
 
 TEST(NativePlugins, FileHelpersForTools)
 {
@@ -158,7 +158,8 @@ TEST(NativePlugins, FileHelpersForTools)
     EXPECT_EQ(eStlFileIOSuccess, MStlFileIO::ListPluginSections(native, sections));
     EXPECT_EQ((std::vector<std::wstring>{L"TB", L"TA", L"TS"}), sections);
     EXPECT_EQ(eStlFileIOBadFormat, MStlFileIO::ListPluginSections(other, sections));
-    EXPECT_EQ(eStlFileIOFileNotOpen, MStlFileIO::ListPluginSections(TempName("kel_native_missing.kstl"), sections));
+    EXPECT_EQ(eStlFileIOFileNotOpen,
+              MStlFileIO::ListPluginSections(TempName("kel_native_missing.kstl"), sections));
 
     // Through a real file: save and load with MFile on disk (end positions patched by seeking).
     MStlBase mesh;

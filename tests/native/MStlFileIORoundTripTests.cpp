@@ -50,7 +50,8 @@ void BuildStandard(MStlBase& mesh)
     MStlSurface* second = mesh.AddSurface();
     second->SetName(L"second");
     std::vector<MStlPoint*> p;
-    ASSERT_TRUE(mesh.CreatePoints({{0, 0, 0}, {10, 0, 0}, {0, 10, 0}, {10, 10, 5}, {20, 0, 5}, {0, 0, 0}}, &p));
+    ASSERT_TRUE(
+        mesh.CreatePoints({{0, 0, 0}, {10, 0, 0}, {0, 10, 0}, {10, 10, 5}, {20, 0, 5}, {0, 0, 0}}, &p));
     p[1]->SetUserDefined(true);
     p[4]->SetUserDefined(true);
     MStlTriangle* t0 = mesh.CreateTriangle(p[0], p[1], p[2], nullptr);
@@ -138,7 +139,8 @@ void ExpectCommonParts(const MStlBase& a, const MStlBase& b)
     EXPECT_EQ(ma->GetDefault(), mb->GetDefault());
     EXPECT_EQ(ma->Values(), mb->Values());
     for (size_t s = 0; s < a.GetSurfaceList().GetNumSurfaces(false); ++s)
-        EXPECT_EQ(a.GetSurfaceList().GetSurface(s)->IsVisible(), b.GetSurfaceList().GetSurface(s)->IsVisible());
+        EXPECT_EQ(a.GetSurfaceList().GetSurface(s)->IsVisible(),
+                  b.GetSurfaceList().GetSurface(s)->IsVisible());
 }
 
 // Compares geometry, colours, surfaces, face groups and user-defined marks.
@@ -146,7 +148,7 @@ void ExpectSameMesh(const MStlBase& a, const MStlBase& b)
 {
     MStlCompareOptions options;
     options.storageKind = true;
-    options.attributes = false;  // the mesh name and colour are not part of the format
+    options.attributes = false; // the mesh name and colour are not part of the format
     EXPECT_EQ("", CompareMeshes(a, b, options));
 }
 
@@ -154,7 +156,7 @@ std::array<int, 3> At(const MStlPoint* p)
 {
     return {p->GetX(), p->GetY(), p->GetZ()};
 }
-}  // namespace
+} // namespace
 
 TEST(NativeRoundTrip, StandardKindWithEverySection)
 {

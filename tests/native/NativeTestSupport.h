@@ -222,4 +222,4 @@ inline size_t Find(const Bytes& haystack, const Bytes& needle, size_t from = 0)
             return i;
     return SIZE_MAX;
 }
-}  // namespace NativeTest
+} // namespace NativeTest

@@ -37,4 +37,4 @@ public:
     // Reads the whole file; returns the error code (0 on success).
     virtual MStlFileIOErrorCode Load(std::shared_ptr<KelSDK::Common::IProgressDelegate> progress) = 0;
 };
-}  // namespace KelSDK::Triangles::IO
+} // namespace KelSDK::Triangles::IO

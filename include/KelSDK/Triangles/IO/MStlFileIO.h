@@ -26,7 +26,7 @@ class MStlCurveSet;
 struct MStlCurve;
 class MStlSurfaceBorder;
 struct MStlBorderContour;
-}
+} // namespace KelSDK::Triangles::Data
 
 namespace KelSDK::Triangles::IO
 {
@@ -185,7 +185,7 @@ private:
 
     bool saveColors_ = true;
     bool saveCurves_ = true;
-    unsigned char meshPresent_ = 0;  // set to 1 by Save with a mesh; not tested on load
+    unsigned char meshPresent_ = 0; // set to 1 by Save with a mesh; not tested on load
     bool saveMasks_ = true;
     bool savePoints_ = true;
     bool saveRegisteredPoints_ = true;
@@ -219,4 +219,4 @@ private:
     uint64_t steps_ = 0;
     std::vector<std::wstring> loadedPluginSections_;
 };
-}  // namespace KelSDK::Triangles::IO
+} // namespace KelSDK::Triangles::IO

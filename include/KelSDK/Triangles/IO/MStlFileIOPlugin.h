@@ -43,4 +43,4 @@ public:
 private:
     uint64_t saveLoadOrder_;
 };
-}  // namespace KelSDK::Triangles::IO
+} // namespace KelSDK::Triangles::IO
