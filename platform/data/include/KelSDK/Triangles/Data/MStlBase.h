@@ -156,6 +156,7 @@ public:
     // ---- Standard kind: points
     MStlPointList& GetPointList() { return pointList_; }
     const MStlPointList& GetPointList() const { return pointList_; }
+    // Points of the Standard kind (MStlHybrid::GetNumVertices counts any kind).
     size_t NumberOfPoints() const { return points_.Size(); }
     // Appends one point to the point list.
     MStlPoint* CreatePoint(int x, int y, int z);
@@ -169,6 +170,8 @@ public:
     MStlIteratorStlPointConst EndPoint() const;
 
     // ---- Standard kind: triangles
+    // Triangles held by the storage, whatever its kind (BeginTriangle/EndTriangle walk only the
+    // Standard kind's triangles; for the other kinds use MStlHybrid by index).
     size_t NumberOfTriangles() const;
     // Appends a triangle of three points of this mesh to a surface of this mesh (null: the main
     // surface); null when a point is null or the kind is not Standard.
