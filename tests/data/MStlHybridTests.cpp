@@ -191,7 +191,7 @@ TEST(MStlCompact, VertexSharingAndColourMask)
     EXPECT_EQ(0u, c->AddVertexIE(1, 2, 3));
     c->EnableVertexSharing(true);
     EXPECT_EQ(1u, c->AddVertex(3, 2, 1));
-    EXPECT_FALSE(stl.GetStlHybrid().GetVerticesShared() == false);
+    EXPECT_TRUE(stl.GetStlHybrid().GetVerticesShared());
     EXPECT_EQ(0u, c->AddTriangle(0, 1, 2));
     EXPECT_EQ(1u, c->AddTriangle(0, 0, 0)); // degenerate triangles are kept
     EXPECT_EQ(MStlInvalidIndex, c->AddTriangle(0, 1, 3));

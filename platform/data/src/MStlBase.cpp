@@ -77,9 +77,8 @@ void MStlBase::ClearStl(bool all)
 MStlPoint* MStlBase::CreatePoint(int x, int y, int z)
 {
     MStlPoint* p = points_.Add(MStlPoint(x, y, z));
-    const bool sortedRun = true;
     pointList_._Append(p, p, 1);
-    pointList_._IndexNewPoints(p, 1, sortedRun);
+    pointList_._IndexNewPoints(p, 1, true); // one point is a sorted run
     validity_.InvalidateBoundingBox();
     _NotifyPointsAdded(points_.Size() - 1, 1);
     return p;

@@ -185,8 +185,8 @@ public:
     size_t GetNumVertices() const;
     size_t GetNumTriangles() const;
     size_t GetNumColors() const;
-    // Reads a vertex; false when the store is closed or out of range. sequential hints that the
-    // following reads go on in index order (a larger read-ahead is used).
+    // Reads a vertex; false when the store is closed or out of range. sequential tells that the
+    // reads go on in index order; the block cache serves both patterns alike, so it changes nothing.
     bool GetVertex(size_t index, int& x, int& y, int& z, bool sequential) const;
     // Reads a triangle; false when the store is closed or out of range.
     bool GetTriangle(size_t index, unsigned& i0, unsigned& i1, unsigned& i2) const;
