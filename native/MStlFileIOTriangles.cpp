@@ -237,6 +237,9 @@ MStlFileIO::MErrorCode MStlFileIO::_BuildTriangles(MStlBase& mesh)
                 if (index < createdPoints.size()) // positions beyond the list are ignored
                     createdPoints[static_cast<size_t>(index)]->SetUserDefined(true);
             pendingUserDefined_ = {};
+            // The mesh was emptied before a file with points and triangles: the created points
+            // are all its points, in list order.
+            maps_->loadPoints = std::move(createdPoints);
         }
         else
         {
@@ -302,7 +305,8 @@ MStlFileIO::MErrorCode MStlFileIO::_BuildTriangles(MStlBase& mesh)
     }
     buildColors_ = {};
     buildSurfaces_ = {};
-    _RegisterLoadedPoints(mesh);
+    if (maps_->loadPoints.size() != mesh.GetPointList().GetNumPoints())
+        _RegisterLoadedPoints(mesh);
     return eStlFileIOSuccess;
 }
 } // namespace KelSDK::Triangles::IO
