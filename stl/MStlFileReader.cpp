@@ -1,3 +1,5 @@
+#include "MStlFileReaderTargetMemory.h"
+
 #include <KelSDK/Common/Progress.h>
 #include <KelSDK/Triangles/Data.h>
 #include <KelSDK/Triangles/IO/MStlFileReader.h>
@@ -41,6 +43,32 @@ KelSDK::Math::boundingbox<double, 3> MeasureFacets(const std::vector<std::vector
             }
     return KelSDK::Math::boundingbox<double, 3>(point<double, 3>(lo[0], lo[1], lo[2]),
                                                 point<double, 3>(hi[0], hi[1], hi[2]));
+}
+
+// The facet count of a binary stream's first block, bounded by the bytes that follow the header;
+// 0 when the stream cannot be measured. The stream is left where it was.
+uint64_t FirstBlockFacets(std::istream& stream)
+{
+    const std::streampos start = stream.tellg();
+    if (start == std::streampos(-1))
+        return 0;
+    uint64_t facets = 0;
+    unsigned char bytes[84];
+    if (stream.read(reinterpret_cast<char*>(bytes), sizeof(bytes)) && stream.seekg(0, std::ios::end))
+    {
+        const std::streampos end = stream.tellg();
+        if (end != std::streampos(-1) && end - start >= 84)
+        {
+            const uint64_t count = static_cast<uint64_t>(bytes[80]) | static_cast<uint64_t>(bytes[81]) << 8 |
+                                   static_cast<uint64_t>(bytes[82]) << 16 |
+                                   static_cast<uint64_t>(bytes[83]) << 24;
+            const uint64_t room = (static_cast<uint64_t>(end - start) - 84) / 50;
+            facets = count < room ? count : room;
+        }
+    }
+    stream.clear();
+    stream.seekg(start);
+    return facets;
 }
 } // namespace
 
@@ -98,6 +126,15 @@ bool MStlFileReader::Read(std::shared_ptr<KelSDK::Common::IProgressDelegate> pro
         binaryOptions.countFromFileSize = false;
         binaryOptions.allowTrailingBytes = false;
         reader.SetOptions(binaryOptions);
+        // The reader keeps an existing first list and only reserves what it lacks: reserving it here
+        // lets the largest buffer of the import be backed by huge pages.
+        const uint64_t expected = FirstBlockFacets(*input);
+        if (expected > 0)
+        {
+            facets.resize(1);
+            facets[0].reserve(expected);
+            Detail::AdviseHugePages(facets[0].data(), expected * sizeof(MStlFileTriangle));
+        }
         MStlFileReaderBinary::FileHeader header;
         if (reader.Read(header, facets, progress) != 0)
             return false;
@@ -137,7 +174,7 @@ bool MStlFileReader::Read(std::shared_ptr<KelSDK::Common::IProgressDelegate> pro
             results_.isOverflow = true;
 
     MStlFileReaderTarget target;
-    target.Convert(*target_, facets, names, transformation_, results_.hasColor);
+    target.Convert(*target_, facets, names, transformation_, results_.hasColor, boundingBox_);
     if (target.IsError())
         return false;
     results_.isOverflow = results_.isOverflow || target.IsOverflow();

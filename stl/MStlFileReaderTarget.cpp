@@ -1,4 +1,7 @@
+#include "MStlFileReaderTargetMemory.h"
+
 #include <KelSDK/Common/StringConversion.h>
+#include <KelSDK/Math/BoundingBox.h>
 #include <KelSDK/Math/Point.h>
 #include <KelSDK/Triangles/Data.h>
 #include <KelSDK/Triangles/IO/MStlFileReaderTarget.h>
@@ -10,6 +13,7 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <memory>
 #include <stdexcept>
 #include <vector>
 
@@ -95,14 +99,21 @@ inline uint64_t LowBits(uint64_t v, unsigned bits)
     return bits >= 64 ? v : v & ((uint64_t(1) << bits) - 1);
 }
 
-// Layout of the packed key: the box minimum and the bit widths of the x and y offsets (z takes the
+// Layout of the packed key: the grid box and the bit widths of the x and y offsets (z takes the
 // top bits).
 struct KeyLayout
 {
     int32_t minimum[3] = {0, 0, 0};
+    int32_t maximum[3] = {0, 0, 0};
     unsigned bitsX = 0;
     unsigned bitsY = 0;
+    unsigned bitsZ = 0;
 
+    bool Contains(const int32_t p[3]) const
+    {
+        return p[0] >= minimum[0] && p[0] <= maximum[0] && p[1] >= minimum[1] && p[1] <= maximum[1] &&
+               p[2] >= minimum[2] && p[2] <= maximum[2];
+    }
     uint64_t Encode(const int32_t p[3]) const
     {
         const uint64_t dx = static_cast<uint64_t>(static_cast<int64_t>(p[0]) - minimum[0]);
@@ -129,16 +140,17 @@ unsigned BitsFor(uint64_t span)
     return bits;
 }
 
-// The packed layout for the grid box of all corners, or false when the box needs more than 64
-// key bits (or some corner does not map into the integer range).
-bool PlanPackedLayout(const std::vector<std::vector<MStlFileTriangle>>& solids, const GridMapper& mapper,
-                      KeyLayout& layout)
+using Solids = std::vector<std::vector<MStlFileTriangle>>;
+
+// The box of all corners in file coordinates; NaN values are left out (their corners overflow).
+KelSDK::Math::boundingbox<double, 3> MeasureCorners(const Solids& solids)
 {
-    double lo[3] = {std::numeric_limits<double>::max(), std::numeric_limits<double>::max(),
-                    std::numeric_limits<double>::max()};
-    double hi[3] = {std::numeric_limits<double>::lowest(), std::numeric_limits<double>::lowest(),
-                    std::numeric_limits<double>::lowest()};
-    bool allNumbers = true;
+    double lo[3], hi[3];
+    for (int a = 0; a < 3; ++a)
+    {
+        lo[a] = std::numeric_limits<double>::max();
+        hi[a] = std::numeric_limits<double>::lowest();
+    }
     for (const auto& solid : solids)
         for (const MStlFileTriangle& facet : solid)
             for (int k = 0; k < 3; ++k)
@@ -146,124 +158,83 @@ bool PlanPackedLayout(const std::vector<std::vector<MStlFileTriangle>>& solids, 
                 const point<double, 3>& c = Corner(facet, k);
                 for (int a = 0; a < 3; ++a)
                 {
-                    const double v = c[a];
-                    allNumbers = allNumbers && v == v;
-                    lo[a] = v < lo[a] ? v : lo[a];
-                    hi[a] = v > hi[a] ? v : hi[a];
+                    lo[a] = c[a] < lo[a] ? c[a] : lo[a];
+                    hi[a] = c[a] > hi[a] ? c[a] : hi[a];
                 }
             }
-    if (!allNumbers)
+    return {point<double, 3>(lo[0], lo[1], lo[2]), point<double, 3>(hi[0], hi[1], hi[2])};
+}
+
+// The packed layout for a box of the corners, or false when its grid image needs more than 64 key
+// bits or does not fit the integer range. Rounding (c + offset) * scale is monotonic in c on each
+// axis, so the grid box is spanned by the images of the two box corners (in either order when the
+// scale is negative).
+bool PlanPackedLayout(const KelSDK::Math::boundingbox<double, 3>& box, const GridMapper& mapper,
+                      KeyLayout& layout)
+{
+    if (box.IsEmpty())
         return false;
-    // Rounding (c + offset) * scale is monotonic in c on each axis, so the grid box is spanned by
-    // the grid images of the two box corners (in either order when the scale is negative).
     int32_t gLo[3], gHi[3];
-    if (!mapper.Map(point<double, 3>(lo[0], lo[1], lo[2]), gLo) ||
-        !mapper.Map(point<double, 3>(hi[0], hi[1], hi[2]), gHi))
+    if (!mapper.Map(box.GetMin(), gLo) || !mapper.Map(box.GetMax(), gHi))
         return false;
     unsigned bits[3];
     for (int a = 0; a < 3; ++a)
     {
-        const int32_t mn = gLo[a] < gHi[a] ? gLo[a] : gHi[a];
-        const int32_t mx = gLo[a] < gHi[a] ? gHi[a] : gLo[a];
-        layout.minimum[a] = mn;
-        bits[a] = BitsFor(static_cast<uint64_t>(static_cast<int64_t>(mx) - mn));
+        layout.minimum[a] = gLo[a] < gHi[a] ? gLo[a] : gHi[a];
+        layout.maximum[a] = gLo[a] < gHi[a] ? gHi[a] : gLo[a];
+        bits[a] = BitsFor(static_cast<uint64_t>(static_cast<int64_t>(layout.maximum[a]) - layout.minimum[a]));
     }
     layout.bitsX = bits[0];
     layout.bitsY = bits[1];
+    layout.bitsZ = bits[2];
     return bits[0] + bits[1] + bits[2] <= 64;
 }
 
-// The shared-vertex merge: distinct positions in (z, x, y) order and, for every corner, the index
-// of its position. CornerIndex is uint32_t whenever there are fewer than 2^32 corners.
-template <typename CornerIndex> struct Merge
+// Packed records for all corners (corner index 3 f + k over all solids); false as soon as a
+// corner leaves the integer range or the planned box (a box that was not measured on these facets
+// or held NaN values), in which case the wide records must be used.
+//
+// The records are written grouped by the top bits of their keys (a counting pass, then a placing
+// pass), so that the sort gets them nearly in order: its first partitioning levels then find
+// every element already on the right side, and the comparisons there cost no mispredicted
+// branches. The sort itself is unchanged and decides the final order.
+bool FillPacked(const Solids& solids, const GridMapper& mapper, const KeyLayout& layout, PackedCorner* out)
 {
-    std::vector<std::array<int, 3>> points;
-    std::vector<CornerIndex> pointOfCorner;
-};
-
-// Sorts the records by position and sweeps them once. The distinct keys are collected in place at
-// the front of the record array (the write position never passes the read position), so the
-// point list is allocated once at its exact size.
-template <typename CornerIndex>
-void SortAndSweep(std::vector<PackedCorner>& records, const KeyLayout& layout, Merge<CornerIndex>& merge)
-{
-    tbb::parallel_sort(records.begin(), records.end());
-    merge.pointOfCorner.resize(records.size());
-    CornerIndex* map = merge.pointOfCorner.data();
-    size_t count = 0;
-    uint64_t last = 0;
-    for (size_t i = 0; i < records.size(); ++i)
-    {
-        const uint64_t key = records[i].Key();
-        if (i == 0 || key != last)
-        {
-            records[count].keyLow = records[i].keyLow;
-            records[count].keyHigh = records[i].keyHigh;
-            ++count;
-            last = key;
-        }
-        map[records[i].corner] = static_cast<CornerIndex>(count - 1);
-    }
-    merge.points.resize(count);
-    for (size_t p = 0; p < count; ++p)
-        merge.points[p] = layout.Decode(records[p].Key());
+    const unsigned totalBits = layout.bitsX + layout.bitsY + layout.bitsZ;
+    const unsigned groupBits = totalBits < 10 ? totalBits : 10;
+    const unsigned shift = totalBits - groupBits;
+    std::vector<size_t> next((size_t(1) << groupBits) + 1, 0);
+    for (const auto& solid : solids)
+        for (const MStlFileTriangle& facet : solid)
+            for (int k = 0; k < 3; ++k)
+            {
+                int32_t g[3];
+                if (!mapper.Map(Corner(facet, k), g) || !layout.Contains(g))
+                    return false;
+                ++next[(layout.Encode(g) >> shift) + 1];
+            }
+    for (size_t i = 1; i < next.size(); ++i)
+        next[i] += next[i - 1];
+    uint32_t corner = 0;
+    for (const auto& solid : solids)
+        for (const MStlFileTriangle& facet : solid)
+            for (int k = 0; k < 3; ++k, ++corner)
+            {
+                int32_t g[3];
+                mapper.Map(Corner(facet, k), g);
+                const uint64_t key = layout.Encode(g);
+                PackedCorner& record = out[next[key >> shift]++];
+                record.keyLow = static_cast<uint32_t>(key);
+                record.keyHigh = static_cast<uint32_t>(key >> 32);
+                record.corner = corner;
+            }
+    return true;
 }
 
-template <typename CornerIndex> void SortAndSweep(std::vector<WideCorner>& records, Merge<CornerIndex>& merge)
-{
-    tbb::parallel_sort(records.begin(), records.end());
-    merge.pointOfCorner.resize(records.size());
-    CornerIndex* map = merge.pointOfCorner.data();
-    size_t count = 0;
-    for (size_t i = 0; i < records.size(); ++i)
-    {
-        const WideCorner& r = records[i];
-        if (count == 0 || r.x != records[count - 1].x || r.y != records[count - 1].y ||
-            r.z != records[count - 1].z)
-        {
-            records[count].x = r.x;
-            records[count].y = r.y;
-            records[count].z = r.z;
-            ++count;
-        }
-        map[r.corner] = static_cast<CornerIndex>(count - 1);
-    }
-    merge.points.resize(count);
-    for (size_t p = 0; p < count; ++p)
-        merge.points[p] = {records[p].x, records[p].y, records[p].z};
-}
-
-// Builds the corner records (corner index 3 f + k over all solids), sorts and sweeps them.
-// Returns true when some corner overflowed.
-template <typename CornerIndex>
-bool MergeCorners(const std::vector<std::vector<MStlFileTriangle>>& solids, size_t facetCount,
-                  const GridMapper& mapper, Merge<CornerIndex>& merge)
+// Wide records for all corners; returns true when some corner overflowed.
+bool FillWide(const Solids& solids, const GridMapper& mapper, WideCorner* out)
 {
     bool overflow = false;
-    KeyLayout layout;
-    if (facetCount <= std::numeric_limits<uint32_t>::max() / 3 && PlanPackedLayout(solids, mapper, layout))
-    {
-        std::vector<PackedCorner> records(3 * facetCount);
-        PackedCorner* out = records.data();
-        uint32_t corner = 0;
-        for (const auto& solid : solids)
-            for (const MStlFileTriangle& facet : solid)
-                for (int k = 0; k < 3; ++k, ++corner, ++out)
-                {
-                    int32_t g[3];
-                    // Every corner lies inside the planned box: the box was measured on the same
-                    // values and no corner can overflow when its corners did not.
-                    mapper.Map(Corner(facet, k), g);
-                    const uint64_t key = layout.Encode(g);
-                    out->keyLow = static_cast<uint32_t>(key);
-                    out->keyHigh = static_cast<uint32_t>(key >> 32);
-                    out->corner = corner;
-                }
-        SortAndSweep(records, layout, merge);
-        return overflow;
-    }
-    std::vector<WideCorner> records(3 * facetCount);
-    WideCorner* out = records.data();
     uint64_t corner = 0;
     for (const auto& solid : solids)
         for (const MStlFileTriangle& facet : solid)
@@ -277,38 +248,133 @@ bool MergeCorners(const std::vector<std::vector<MStlFileTriangle>>& solids, size
                 out->z = g[2];
                 out->corner = corner;
             }
-    SortAndSweep(records, merge);
     return overflow;
 }
 
-// The triangles of each solid as point-index triples; a facet with two corners on the same point
-// is marked in the degenerate bits and dropped.
-template <typename CornerIndex>
-std::vector<std::vector<std::array<size_t, 3>>>
-BuildTriangles(const std::vector<std::vector<MStlFileTriangle>>& solids, const Merge<CornerIndex>& merge,
-               std::vector<uint32_t>& degenerate)
+inline bool SamePosition(const PackedCorner& a, const PackedCorner& b)
 {
-    std::vector<uint64_t> uses(merge.points.size(), 0);
+    return a.keyLow == b.keyLow && a.keyHigh == b.keyHigh;
+}
+inline bool SamePosition(const WideCorner& a, const WideCorner& b)
+{
+    return a.x == b.x && a.y == b.y && a.z == b.z;
+}
+inline std::array<int, 3> Position(const PackedCorner& r, const KeyLayout& layout)
+{
+    return layout.Decode(r.Key());
+}
+inline std::array<int, 3> Position(const WideCorner& r, const KeyLayout&)
+{
+    return {r.x, r.y, r.z};
+}
+
+// Result of the merge: the distinct positions in (z, x, y) order, every facet's three point
+// indices (in a flat list over all solids, in corner order) and the most corners found at one
+// position, which bounds the number of triangles of any point.
+struct Merge
+{
+    std::vector<std::array<int, 3>> points;
+    std::vector<std::array<size_t, 3>> corners;
+    size_t largestRun = 0;
+};
+
+// Sorts the records by position and sweeps them once: each record that differs from the last
+// opened point opens the next point, and the record's corner gets that point. The distinct
+// positions are gathered in place at the front of the record array (the write position never
+// passes the read position), so the point list is allocated once at its exact size.
+template <typename Record>
+void SortAndSweep(Record* records, size_t count, const KeyLayout& layout, Merge& merge)
+{
+    tbb::parallel_sort(records, records + count);
+    merge.corners.reserve(count / 3);
+    Detail::AdviseHugePages(merge.corners.data(), merge.corners.capacity() * sizeof(merge.corners[0]));
+    merge.corners.resize(count / 3);
+    size_t* corners = merge.corners.data()->data();
+    size_t points = 0, run = 0, largest = 0;
+    for (size_t i = 0; i < count; ++i)
+    {
+        if (points == 0 || !SamePosition(records[i], records[points - 1]))
+        {
+            records[points] = records[i];
+            ++points;
+            largest = run > largest ? run : largest;
+            run = 0;
+        }
+        ++run;
+        corners[records[i].corner] = points - 1;
+    }
+    merge.largestRun = run > largest ? run : largest;
+    merge.points.reserve(points);
+    Detail::AdviseHugePages(merge.points.data(), points * sizeof(merge.points[0]));
+    for (size_t p = 0; p < points; ++p)
+        merge.points.push_back(Position(records[p], layout));
+}
+
+// Records, sort and sweep; returns true when some corner overflowed.
+bool MergeCorners(const Solids& solids, size_t facetCount, const KelSDK::Math::boundingbox<double, 3>& box,
+                  const GridMapper& mapper, Merge& merge)
+{
+    const size_t count = 3 * facetCount;
+    KeyLayout layout;
+    if (facetCount <= std::numeric_limits<uint32_t>::max() / 3 && PlanPackedLayout(box, mapper, layout))
+    {
+        // Filled completely before use, so allocated without clearing.
+        std::unique_ptr<PackedCorner[]> records(new PackedCorner[count]);
+        Detail::AdviseHugePages(records.get(), count * sizeof(PackedCorner));
+        if (FillPacked(solids, mapper, layout, records.get()))
+        {
+            SortAndSweep(records.get(), count, layout, merge);
+            return false;
+        }
+    }
+    std::unique_ptr<WideCorner[]> records(new WideCorner[count]);
+    Detail::AdviseHugePages(records.get(), count * sizeof(WideCorner));
+    const bool overflow = FillWide(solids, mapper, records.get());
+    SortAndSweep(records.get(), count, layout, merge);
+    return overflow;
+}
+
+// Splits the flat corner list into one triangle list per solid. A facet with two corners on the
+// same point is marked in the degenerate bits and dropped. Uses of each point are counted against
+// the limit only when some position holds more corners than the limit: a point cannot serve more
+// triangles than it has corners, so below that no count could exceed it. A single solid keeps the
+// flat list itself, compacted in place.
+std::vector<std::vector<std::array<size_t, 3>>> SplitIntoSolids(const Solids& solids, Merge& merge,
+                                                                std::vector<uint32_t>& degenerate)
+{
+    const bool countUses = merge.largestRun > MaxTrianglesPerPoint;
+    std::vector<uint64_t> uses(countUses ? merge.points.size() : 0, 0);
     std::vector<std::vector<std::array<size_t, 3>>> triangles(solids.size());
-    const CornerIndex* map = merge.pointOfCorner.data();
+    std::vector<std::array<size_t, 3>>& all = merge.corners;
     size_t f = 0;
     for (size_t s = 0; s < solids.size(); ++s)
     {
-        auto& list = triangles[s];
-        list.reserve(solids[s].size());
+        const bool inPlace = solids.size() == 1;
+        auto& list = inPlace ? all : triangles[s];
+        if (!inPlace)
+            list.reserve(solids[s].size());
+        size_t kept = 0;
         const size_t end = f + solids[s].size();
         for (; f < end; ++f)
         {
-            const size_t a = map[3 * f], b = map[3 * f + 1], c = map[3 * f + 2];
-            if (a == b || a == c || b == c)
+            const std::array<size_t, 3> t = all[f];
+            if (t[0] == t[1] || t[0] == t[2] || t[1] == t[2])
             {
                 degenerate[f >> 5] |= uint32_t(1) << (f & 31);
                 continue;
             }
-            if (++uses[a] > MaxTrianglesPerPoint || ++uses[b] > MaxTrianglesPerPoint ||
-                ++uses[c] > MaxTrianglesPerPoint)
+            if (countUses && (++uses[t[0]] > MaxTrianglesPerPoint || ++uses[t[1]] > MaxTrianglesPerPoint ||
+                              ++uses[t[2]] > MaxTrianglesPerPoint))
                 throw std::runtime_error("too many neighbours");
-            list.push_back({a, b, c});
+            if (inPlace)
+                all[kept++] = t;
+            else
+                list.push_back(t);
+        }
+        if (inPlace)
+        {
+            all.resize(kept);
+            triangles[0] = std::move(all);
         }
     }
     return triangles;
@@ -319,10 +385,26 @@ void MStlFileReaderTarget::Convert(MStlBase& mesh, const std::vector<std::vector
                                    const std::vector<std::string>& solidNames,
                                    const MStlReadTransformation& transformation, bool withColors)
 {
+    _Convert(mesh, solids, solidNames, transformation, withColors, nullptr);
+}
+
+void MStlFileReaderTarget::Convert(MStlBase& mesh, const std::vector<std::vector<MStlFileTriangle>>& solids,
+                                   const std::vector<std::string>& solidNames,
+                                   const MStlReadTransformation& transformation, bool withColors,
+                                   const KelSDK::Math::boundingbox<double, 3>& cornerBox)
+{
+    _Convert(mesh, solids, solidNames, transformation, withColors, &cornerBox);
+}
+
+void MStlFileReaderTarget::_Convert(MStlBase& mesh, const std::vector<std::vector<MStlFileTriangle>>& solids,
+                                    const std::vector<std::string>& solidNames,
+                                    const MStlReadTransformation& transformation, bool withColors,
+                                    const KelSDK::Math::boundingbox<double, 3>* cornerBox)
+{
     switch (static_cast<int>(mesh.GetStlHybrid().GetState()))
     {
     case 0:
-        _ConvertStandard(mesh, solids, solidNames, transformation, withColors);
+        _ConvertStandard(mesh, solids, solidNames, transformation, withColors, cornerBox);
         return;
     case 1:
         _ConvertCompact(mesh, solids, transformation, withColors);
@@ -339,7 +421,8 @@ void MStlFileReaderTarget::Convert(MStlBase& mesh, const std::vector<std::vector
 void MStlFileReaderTarget::_ConvertStandard(MStlBase& mesh,
                                             const std::vector<std::vector<MStlFileTriangle>>& solids,
                                             const std::vector<std::string>& solidNames,
-                                            const MStlReadTransformation& transformation, bool withColors)
+                                            const MStlReadTransformation& transformation, bool withColors,
+                                            const KelSDK::Math::boundingbox<double, 3>* cornerBox)
 {
     overflow_ = false;
     size_t facetCount = 0;
@@ -352,18 +435,11 @@ void MStlFileReaderTarget::_ConvertStandard(MStlBase& mesh,
     std::vector<uint32_t> degenerate((facetCount + 31) / 32, 0);
     std::vector<std::array<int, 3>> points;
     std::vector<std::vector<std::array<size_t, 3>>> triangles;
-    if (3 * static_cast<uint64_t>(facetCount) <= std::numeric_limits<uint32_t>::max())
     {
-        Merge<uint32_t> merge;
-        overflow_ = MergeCorners(solids, facetCount, mapper, merge);
-        triangles = BuildTriangles(solids, merge, degenerate);
-        points = std::move(merge.points);
-    }
-    else
-    {
-        Merge<uint64_t> merge;
-        overflow_ = MergeCorners(solids, facetCount, mapper, merge);
-        triangles = BuildTriangles(solids, merge, degenerate);
+        Merge merge;
+        overflow_ =
+            MergeCorners(solids, facetCount, cornerBox ? *cornerBox : MeasureCorners(solids), mapper, merge);
+        triangles = SplitIntoSolids(solids, merge, degenerate);
         points = std::move(merge.points);
     }
 
@@ -377,15 +453,15 @@ void MStlFileReaderTarget::_ConvertStandard(MStlBase& mesh,
         surfaces.push_back(surface);
     }
 
-    std::vector<MStlTriangle*> created;
-    mesh.Create(std::move(points), std::move(triangles), &surfaces, nullptr, &created);
-
+    // Create makes every triangle without a colour of its own, which is what a read without
+    // colours asks for; the created triangles are only needed to colour them.
     if (!withColors)
     {
-        for (MStlTriangle* triangle : created)
-            triangle->ResetColor();
+        mesh.Create(std::move(points), std::move(triangles), &surfaces, nullptr, nullptr);
         return;
     }
+    std::vector<MStlTriangle*> created;
+    mesh.Create(std::move(points), std::move(triangles), &surfaces, nullptr, &created);
     size_t next = 0;
     size_t f = 0;
     for (const auto& solid : solids)

@@ -1,6 +1,7 @@
 // Turns per-solid STL facet lists into the triangles of a mesh, in any of its three storage kinds.
 #pragma once
 
+#include <KelSDK/Math/BoundingBox.h>
 #include <KelSDK/Triangles/IO/Export.h>
 #include <KelSDK/Triangles/IO/MStlFileTriangle.h>
 #include <KelSDK/Triangles/IO/MStlReadTransformation.h>
@@ -31,16 +32,28 @@ public:
                  const std::vector<std::string>& solidNames, const MStlReadTransformation& transformation,
                  bool withColors);
 
+    // Convert for callers that have measured the box of all corners already (it saves one pass over
+    // the facets); a box that misses a corner only costs time, never a wrong result.
+    void Convert(KelSDK::Triangles::Data::MStlBase& mesh,
+                 const std::vector<std::vector<MStlFileTriangle>>& solids,
+                 const std::vector<std::string>& solidNames, const MStlReadTransformation& transformation,
+                 bool withColors, const KelSDK::Math::boundingbox<double, 3>& cornerBox);
+
     // True when the mesh's storage kind was unknown and nothing was built.
     bool IsError() const { return error_; }
     // True when the last Convert met a corner outside the signed 32-bit coordinate range.
     bool IsOverflow() const { return overflow_; }
 
 private:
+    void _Convert(KelSDK::Triangles::Data::MStlBase& mesh,
+                  const std::vector<std::vector<MStlFileTriangle>>& solids,
+                  const std::vector<std::string>& solidNames, const MStlReadTransformation& transformation,
+                  bool withColors, const KelSDK::Math::boundingbox<double, 3>* cornerBox);
     void _ConvertStandard(KelSDK::Triangles::Data::MStlBase& mesh,
                           const std::vector<std::vector<MStlFileTriangle>>& solids,
                           const std::vector<std::string>& solidNames,
-                          const MStlReadTransformation& transformation, bool withColors);
+                          const MStlReadTransformation& transformation, bool withColors,
+                          const KelSDK::Math::boundingbox<double, 3>* cornerBox);
     void _ConvertCompact(KelSDK::Triangles::Data::MStlBase& mesh,
                          const std::vector<std::vector<MStlFileTriangle>>& solids,
                          const MStlReadTransformation& transformation, bool withColors);
