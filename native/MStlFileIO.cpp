@@ -323,9 +323,10 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadStl(std::shared_ptr<IProgressDelegate> p
     MErrorCode code = _LoadStlProperties(mesh);
     if (code != eStlFileIOSuccess)
         return code;
-    progress_ =
-        std::make_unique<IncrementalProgressReporter>(progress, "KelSDK.Triangles.Data.MStlFileIO._LoadStl",
-                                                      (vertexCount_ + triangleCount_) / kStepsPerReport + 1);
+    // Counts of sections that are absent may be anything: the sum saturates.
+    const uint64_t sum = vertexCount_ + std::min(triangleCount_, UINT64_MAX - vertexCount_);
+    progress_ = std::make_unique<IncrementalProgressReporter>(
+        progress, "KelSDK.Triangles.Data.MStlFileIO._LoadStl", sum / kStepsPerReport + 1);
     {
         // The base section reports through its own nested range; the step counter below still
         // advances the outer reporter.
@@ -472,9 +473,11 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadStlProperties(MStlBase& mesh)
     if (coordinateWidth_ < 1 || coordinateWidth_ > 4 || vertexIndexWidth_ < 1 || vertexIndexWidth_ > 4 ||
         triangleIndexWidth_ < 1 || triangleIndexWidth_ > 4)
         return _SetError(eStlFileIOBadFormat);
-    // Every vertex takes at least three bytes and every triangle at least one: larger counts
-    // cannot be in this file, and would otherwise size the progress and the buffers.
-    if (vertexCount_ > _Remaining() / 3 || triangleCount_ > _Remaining())
+    // A vertex of the point list and a triangle of the triangle list take at least three bytes
+    // each: larger counts cannot be in this file. Without those lists the counts only describe
+    // the mesh that was saved.
+    if ((savePoints_ && vertexCount_ > _Remaining() / 3) ||
+        (saveTriangles_ && triangleCount_ > _Remaining() / 3))
         return _SetError(eStlFileIOBadFormat);
     MStlBaseProperties& properties = mesh.GetProperties();
     properties.SetIsSupport(isSupport);

@@ -300,3 +300,25 @@ TEST(NativeRoundTrip, LargerMeshAcrossIndexWidths)
     ASSERT_EQ(eStlFileIOSuccess, LoadFromBytes(bytes, loaded));
     ExpectSameMesh(mesh, loaded);
 }
+
+TEST(NativeRoundTrip, FileWithoutGeometryKeepsTheTargetsGeometry)
+{
+    // 200 points saved without the point and triangle lists: the properties still carry the
+    // counts, which exceed what the small file could hold; the load does not need them.
+    std::vector<std::array<int, 3>> points;
+    for (int i = 0; i < 200; ++i)
+        points.push_back({i, 2 * i, 3 * i});
+    MStlBase mesh;
+    ASSERT_TRUE(mesh.CreatePoints(points, nullptr));
+    mesh.GetRegisteredPoints().AddPoint(MStlRegisteredPoint{4, 5, 6, 1, L"p"});
+    Switches s = Switches::AllOff();
+    s.registeredPoints = true;
+    const Bytes bytes = SaveToBytes(mesh, s);
+    ASSERT_LT(bytes.size(), 600u);
+
+    MStlBase target;
+    ASSERT_TRUE(target.CreatePoints({{1, 1, 1}}, nullptr));
+    ASSERT_EQ(eStlFileIOSuccess, LoadFromBytes(bytes, target));
+    EXPECT_EQ(1u, target.GetPointList().GetNumPoints());
+    EXPECT_EQ(mesh.GetRegisteredPoints().Points(), target.GetRegisteredPoints().Points());
+}
