@@ -198,7 +198,7 @@ void BM_NativeVersusBinaryStl(benchmark::State& state)
         auto a = std::make_unique<MStlBase>();
         auto b = std::make_unique<MStlBase>();
         auto t0 = std::chrono::steady_clock::now();
-        const bool stlOk = MStlBaseFileUtilities::ReadStl(a.get(), stl, MStlReadOptions(), nullptr);
+        const bool stlOk = MStlBaseFileUtilities::ReadStlMM(a.get(), stl);
         auto t1 = std::chrono::steady_clock::now();
         const bool nativeOk = LoadNative(*b, native);
         auto t2 = std::chrono::steady_clock::now();
@@ -211,9 +211,10 @@ void BM_NativeVersusBinaryStl(benchmark::State& state)
         nativeSeconds += std::chrono::duration<double>(t2 - t1).count();
         ++rounds;
         stlTriangles = static_cast<double>(a->NumberOfTriangles());
-        if (b->NumberOfTriangles() != mesh.NumberOfTriangles())
+        if (b->NumberOfTriangles() != mesh.NumberOfTriangles() ||
+            a->NumberOfTriangles() != mesh.NumberOfTriangles())
         {
-            state.SkipWithError("the native load lost triangles");
+            state.SkipWithError("a reader built another number of triangles");
             break;
         }
         state.PauseTiming();
