@@ -8,6 +8,7 @@
 
 #include <cmath>
 #include <string>
+#include <vector>
 
 namespace KelSDK::Triangles::IO
 {
@@ -32,6 +33,22 @@ enum State : int32_t
 bool WriteWord(MFile& file, uint32_t word)
 {
     return file.WriteInt32(&word, 1);
+}
+
+// Triangles are written in their own order, but their points lie elsewhere (the point list is
+// sorted by position), so each triangle's corners are a cache miss. Asking for the corners of a
+// triangle some steps ahead hides that wait.
+constexpr size_t PrefetchDistance = 16;
+
+inline void PrefetchCorners(const MStlTriangle& triangle)
+{
+#if defined(__GNUC__) || defined(__clang__)
+    __builtin_prefetch(triangle.GetPoint0());
+    __builtin_prefetch(triangle.GetPoint1());
+    __builtin_prefetch(triangle.GetPoint2());
+#else
+    (void)triangle;
+#endif
 }
 } // namespace
 
@@ -134,15 +151,25 @@ bool MStlFileWriter::_WriteStandard(const std::shared_ptr<KelSDK::Common::IProgr
 {
     KelSDK::Common::IncrementalProgressReporter reporter(progress, WriteScope, mesh_->NumberOfTriangles());
     MFile& file = *file_;
+    MStlFileTriangle facet;
     if (!options_.binary && !options_.solidPerSurface)
     {
         const std::string name = KelSDK::Common::StringConversion::NativeToLocale(mesh_->GetName().c_str());
         if (!file.FPRINTF("solid %s\n", name.c_str()))
             return false;
-        for (const MStlTriangle& triangle : mesh_->Triangles())
+        const auto triangles = mesh_->Triangles();
+        auto ahead = triangles.begin();
+        for (size_t i = 0; i < PrefetchDistance && ahead != triangles.end(); ++i, ++ahead)
+            PrefetchCorners(*ahead);
+        for (const MStlTriangle& triangle : triangles)
         {
+            if (ahead != triangles.end())
+            {
+                PrefetchCorners(*ahead);
+                ++ahead;
+            }
             ++reporter;
-            if (!_WriteTriangle(triangle))
+            if (!_WriteTriangle(triangle, facet))
                 return false;
         }
         return file.FPRINTF("endsolid %s\n", name.c_str());
@@ -158,10 +185,15 @@ bool MStlFileWriter::_WriteStandard(const std::shared_ptr<KelSDK::Common::IProgr
             if (!file.FPRINTF("solid %s\n", name.c_str()))
                 return false;
         }
-        for (const MStlTriangle* triangle : surface.Triangles())
+        const std::vector<MStlTriangle*>& triangles = surface.Triangles();
+        for (size_t t = 0; t < PrefetchDistance && t < triangles.size(); ++t)
+            PrefetchCorners(*triangles[t]);
+        for (size_t t = 0; t < triangles.size(); ++t)
         {
+            if (t + PrefetchDistance < triangles.size())
+                PrefetchCorners(*triangles[t + PrefetchDistance]);
             ++reporter;
-            if (!_WriteTriangle(*triangle))
+            if (!_WriteTriangle(*triangles[t], facet))
                 return false;
         }
         if (!options_.binary && !file.FPRINTF("endsolid %s\n", name.c_str()))
@@ -170,19 +202,12 @@ bool MStlFileWriter::_WriteStandard(const std::shared_ptr<KelSDK::Common::IProgr
     return true;
 }
 
-bool MStlFileWriter::_WriteTriangle(const MStlTriangle& triangle)
+// facet is a scratch record reused for every triangle; every field is set here.
+bool MStlFileWriter::_WriteTriangle(const MStlTriangle& triangle, MStlFileTriangle& facet)
 {
     if (triangle.IsCollapsed())
         return true;
-    MStlFileTriangle facet;
-    facet.SetNormal(triangle.GetNormal());
-    facet.SetAttribute(0);
-    for (int k = 0; k < 3; ++k)
-    {
-        double xyz[3];
-        triangle.GetPoint(k)->Get(xyz);
-        facet.SetVertex(k, point<double, 3>(xyz[0], xyz[1], xyz[2]));
-    }
+    uint16_t attribute = 0;
     if (options_.withColors)
     {
         MStlColor color = triangle.GetColor();
@@ -191,29 +216,34 @@ bool MStlFileWriter::_WriteTriangle(const MStlTriangle& triangle)
         const uint32_t headerColor = material_ != nullptr ? (material_->GetRGB() & 0xFFFFFFu) : 0u;
         if (!color.IsDefined() && mesh_->GetRGB() != headerColor)
             color.SetRGB(mesh_->GetRGB());
-        facet.SetAttribute(MStlColor::ConvertTo16BitValue(color));
+        attribute = MStlColor::ConvertTo16BitValue(color);
     }
-    return _WriteFacet(facet);
+    const MStlPoint* p[3] = {triangle.GetPoint0(), triangle.GetPoint1(), triangle.GetPoint2()};
+    const point<double, 3> corners[3] = {point<double, 3>(p[0]->GetX(), p[0]->GetY(), p[0]->GetZ()),
+                                         point<double, 3>(p[1]->GetX(), p[1]->GetY(), p[1]->GetZ()),
+                                         point<double, 3>(p[2]->GetX(), p[2]->GetY(), p[2]->GetZ())};
+    return _WriteFacet(facet, triangle.GetNormal(), corners, attribute);
 }
 
 // Scale and transformation of one facet, then its encoding. The normal is transformed as a
 // direction and never scaled; it is brought back to unit length unless the transformation is an
-// orthonormal matrix (which keeps lengths).
-bool MStlFileWriter::_WriteFacet(MStlFileTriangle& facet)
+// orthonormal matrix (which keeps lengths). Every field of the record is set here, so one record
+// serves all facets.
+bool MStlFileWriter::_WriteFacet(MStlFileTriangle& facet, point<double, 3> normal,
+                                 const point<double, 3> (&corners)[3], uint16_t attribute)
 {
     if (transformation_)
     {
-        point<double, 3> normal = facet.GetNormal();
         if (!transformation_->Transform(normal, true))
             return false;
         const auto* matrix = dynamic_cast<const KelSDK::Math::MMTransformMatrix*>(transformation_.get());
         if (matrix == nullptr || !matrix->IsOrthoNormal())
             normal.normalize();
-        facet.SetNormal(normal);
     }
+    facet.SetNormal(normal);
     for (int k = 0; k < 3; ++k)
     {
-        point<double, 3> corner = facet.GetVertex(k) * options_.scale;
+        point<double, 3> corner = corners[k] * options_.scale;
         if (transformation_)
         {
             point<double, 3> moved;
@@ -223,6 +253,7 @@ bool MStlFileWriter::_WriteFacet(MStlFileTriangle& facet)
         }
         facet.SetVertex(k, corner);
     }
+    facet.SetAttribute(attribute);
     if (!facet.Write(*file_, options_.binary))
         return false;
     ++facetCount_;
@@ -247,22 +278,23 @@ bool MStlFileWriter::_WriteHybrid()
     if (options_.withColors)
         hybrid.StartGettingTriangleColors();
     bool ok = true;
+    MStlFileTriangle facet;
     const size_t count = hybrid.GetNumTriangles();
     for (size_t t = 0; t < count && ok; ++t)
     {
-        unsigned corners[3];
-        hybrid.GetTriangle(t, corners[0], corners[1], corners[2]);
-        MStlFileTriangle facet;
+        unsigned index[3];
+        hybrid.GetTriangle(t, index[0], index[1], index[2]);
+        point<double, 3> corners[3];
         for (int k = 0; k < 3; ++k)
         {
             int x = 0, y = 0, z = 0;
-            hybrid.GetVertex(corners[k], x, y, z);
-            facet.SetVertex(k, point<double, 3>(x, y, z));
+            hybrid.GetVertex(index[k], x, y, z);
+            corners[k] = point<double, 3>(x, y, z);
+            facet.SetVertex(k, corners[k]);
         }
-        facet.SetNormal(facet.GetGeometricNormal());
-        if (options_.withColors)
-            facet.SetAttribute(MStlColor::ConvertTo16BitValue(hybrid.GetColor(t)));
-        ok = _WriteFacet(facet);
+        const uint16_t attribute =
+            options_.withColors ? MStlColor::ConvertTo16BitValue(hybrid.GetColor(t)) : uint16_t(0);
+        ok = _WriteFacet(facet, facet.GetGeometricNormal(), corners, attribute);
     }
     hybrid.Close();
     if (!ok)

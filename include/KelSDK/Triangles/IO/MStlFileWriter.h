@@ -1,6 +1,7 @@
 // Writes a mesh as ASCII or binary STL, with the coloured header and per-facet colours.
 #pragma once
 
+#include <KelSDK/Math/Point.h>
 #include <KelSDK/Triangles/IO/Export.h>
 
 #include <cstdint>
@@ -81,8 +82,9 @@ public:
 private:
     bool _WriteStandard(const std::shared_ptr<KelSDK::Common::IProgressDelegate>& progress);
     bool _WriteHybrid();
-    bool _WriteTriangle(const KelSDK::Triangles::Data::MStlTriangle& triangle);
-    bool _WriteFacet(MStlFileTriangle& facet);
+    bool _WriteTriangle(const KelSDK::Triangles::Data::MStlTriangle& triangle, MStlFileTriangle& facet);
+    bool _WriteFacet(MStlFileTriangle& facet, KelSDK::Math::point<double, 3> normal,
+                     const KelSDK::Math::point<double, 3> (&corners)[3], uint16_t attribute);
 
     MStlWriteOptions options_;
     std::unique_ptr<KelSDK::FileIO::MFile> file_;
