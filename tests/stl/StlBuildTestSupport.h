@@ -54,8 +54,10 @@ public:
     TempDir()
     {
         const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-        path_ = std::filesystem::temp_directory_path() /
-                ("kel_stlbuild_" + std::string(info->test_suite_name()) + "_" + info->name());
+        std::string name = "kel_stlbuild_" + std::string(info->test_suite_name()) + "_" + info->name();
+        for (char& c : name)
+            c = (c == '/' || c == '\\') ? '_' : c; // parameterised tests carry slashes
+        path_ = std::filesystem::temp_directory_path() / name;
         std::filesystem::remove_all(path_);
         std::filesystem::create_directories(path_);
     }
