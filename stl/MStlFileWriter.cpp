@@ -254,7 +254,15 @@ bool MStlFileWriter::_WriteFacet(MStlFileTriangle& facet, point<double, 3> norma
         facet.SetVertex(k, corner);
     }
     facet.SetAttribute(attribute);
-    if (!facet.Write(*file_, options_.binary))
+    if (options_.binary)
+    {
+        // The record's own 50-byte encoding, handed to the file in one piece.
+        unsigned char bytes[MStlFileTriangle::BINARY_SIZE];
+        facet.EncodeBinary(bytes);
+        if (!file_->WRITE(bytes, sizeof(bytes)))
+            return false;
+    }
+    else if (!facet.Write(*file_, false))
         return false;
     ++facetCount_;
     return file_->GetStatus() == 0;
