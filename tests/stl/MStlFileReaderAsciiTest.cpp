@@ -1,21 +1,28 @@
-// The ASCII reader: solids and names, the unnamed-solid rewind, the keyword quirks, and the buffer
-// seams (tokens across refills, seeking back past dropped data, unseekable streams).
+// The ASCII reader: solids and names, the unnamed-solid rewind, the keyword quirks, the buffer seams
+// (tokens across refills, seeking back past dropped data, pipes), real files, every prefix and
+// bit-flipped copies of them.
 #include <KelSDK/Triangles/IO/MStlFileReaderAscii.h>
+#include <KelSDK/Triangles/IO/StlFileUtilities.h>
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <random>
 #include <sstream>
 #include <stdexcept>
 #include <streambuf>
 #include <string>
 #include <vector>
 
+namespace fs = std::filesystem;
 using KelSDK::Triangles::IO::MStlFileReaderAscii;
 using KelSDK::Triangles::IO::MStlFileTriangle;
 using Point = MStlFileTriangle::Point;
-using Solids = std::vector<std::vector<MStlFileTriangle>>;
 using Names = std::vector<std::string>;
 using Marks = std::vector<std::vector<int>>;
+namespace Utilities = KelSDK::Triangles::IO::StlFileUtilities;
 
 namespace
 {
@@ -28,25 +35,38 @@ std::string F(int v)
 }
 
 // The read appends to lists that already hold one entry; the result holds what was appended, and
-// the first-corner x of each facet per solid.
+// the first-corner x of each facet per solid. The code -1 stands for the number error.
 struct ReadResult
 {
-    MStlFileReaderAscii::EReturnCode code;
-    Solids solids;
+    int code = -1;
+    std::vector<std::vector<MStlFileTriangle>> solids;
     Names names;
     Marks marks;
+    std::vector<MStlFileTriangle> All() const
+    {
+        std::vector<MStlFileTriangle> all;
+        for (const auto& s : solids)
+            all.insert(all.end(), s.begin(), s.end());
+        return all;
+    }
 };
 
 ReadResult ReadText(std::istream& stream)
 {
     ReadResult r;
-    Solids solids(1);
-    Names names{"kept"};
-    r.code = MStlFileReaderAscii(stream).Read(solids, names, nullptr);
-    EXPECT_EQ(names.at(0), "kept");
-    EXPECT_TRUE(solids.at(0).empty());
-    r.solids.assign(solids.begin() + 1, solids.end());
-    r.names.assign(names.begin() + 1, names.end());
+    r.solids.resize(1);
+    r.names.push_back("kept");
+    try
+    {
+        r.code = MStlFileReaderAscii(stream).Read(r.solids, r.names, nullptr);
+    }
+    catch (const std::runtime_error& e)
+    {
+        EXPECT_STREQ(e.what(), "Can't convert double");
+    }
+    EXPECT_TRUE(r.names.at(0) == "kept" && r.solids.at(0).empty());
+    r.solids.erase(r.solids.begin());
+    r.names.erase(r.names.begin());
     for (const auto& solid : r.solids)
     {
         r.marks.emplace_back();
@@ -84,24 +104,33 @@ private:
     std::size_t next_ = 0;
 };
 
+const fs::path kDataDir = fs::path(KEL_TEST_DATA_DIR) / "stl";
 const std::string kInfinite = "facet normal 0 0 1 outer loop vertex 1e999 0 0 vertex 1 0 0 vertex 0 1 0 "
                               "endloop endfacet\n";
-const std::string kTwoFacets = "solid a\n" + F(1) + F(2);
 const std::string kBlanks((std::size_t(3) << 20) / 2, ' '); // more than one buffer
 const std::string kLongName(std::size_t(5) << 19, 'n');
+
+std::string Load(const char* name)
+{
+    std::ifstream in;
+    EXPECT_TRUE(Utilities::OpenInputFile(in, (kDataDir / name).wstring())) << name;
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
 } // namespace
 
 TEST(MStlFileReaderAscii, SolidsNamesAndQuirks)
 {
-    const auto ok = MStlFileReaderAscii::Success, none = MStlFileReaderAscii::NoSolidFound;
+    const int ok = MStlFileReaderAscii::Success, none = MStlFileReaderAscii::NoSolidFound;
     const std::string unnamed =
-        "facet normal 0 0 1 outer loop vertex 5 5 5 vertex 1 0 0 vertex 0 1 0 endloop endfacet\n";
+        "facet normal 0 0 1 outer loop vertex 5 5 5 vertex 1 0 0 vertex 0 1 0 endloop "
+        "endfacet\n";
     const std::string mixed = "solid\tname\r\n\vFACET Normal 0 0 1\r\n OUTER\tLOOP\r\n VERTEX 1 2 3\r\n"
                               "VERTEX 4 5 6\f\nvertex 7 8 9\r\nENDLOOP\r\nEndFacet\r\nENDSOLID name";
-    const std::string& two = kTwoFacets;
+    const std::string two = "solid a\n" + F(1) + F(2);
+    const std::string badNumber = "solid a\n" + F(1) + "facet normal 0 0 1 outer loop vertex 1 2 3x next";
     const struct
     {
-        MStlFileReaderAscii::EReturnCode code;
+        int code;
         Names names;
         Marks marks;
         std::string text;
@@ -139,6 +168,8 @@ TEST(MStlFileReaderAscii, SolidsNamesAndQuirks)
         {ok, {"a"}, {{1, 2}}, two},
         {ok, {""}, {{}}, "solid"},
         {ok, {"name"}, {{1}}, mixed},
+        // A bad number escapes with what was read before it.
+        {-1, {"a"}, {{1}}, badNumber},
         // Blanks beyond one buffer between "solid" and "facet": the stream itself is sought back.
         {ok, {""}, {{8}}, "solid" + kBlanks + F(8) + "endsolid\n"},
         // A name longer than the buffer grows it.
@@ -156,32 +187,13 @@ TEST(MStlFileReaderAscii, SolidsNamesAndQuirks)
     }
     EXPECT_EQ(ReadText(mixed).solids.at(0).at(0).GetVertex(2), Point(7.0, 8.0, 9.0));
 
-    std::istringstream failed("solid a\n" + F(1));
+    std::istringstream bad(badNumber), failed("solid a\n" + F(1));
+    ReadText(bad);
+    std::string rest;
+    bad >> rest;
+    EXPECT_EQ(rest, "next") << "the stream is handed back just after the bad token";
     failed.setstate(std::ios::failbit);
     EXPECT_EQ(ReadText(failed).code, none);
-}
-
-TEST(MStlFileReaderAscii, BadNumberEscapesWithWhatWasRead)
-{
-    std::istringstream stream("solid a\n" + F(1) + "facet normal 0 0 1 outer loop vertex 1 2 3x next");
-    Solids solids;
-    Names names;
-    try
-    {
-        MStlFileReaderAscii(stream).Read(solids, names, nullptr);
-        ADD_FAILURE() << "a bad number must throw";
-    }
-    catch (const std::runtime_error& e)
-    {
-        EXPECT_STREQ(e.what(), "Can't convert double");
-    }
-    EXPECT_EQ(names, Names{"a"});
-    ASSERT_EQ(solids.size(), 1u);
-    ASSERT_EQ(solids[0].size(), 1u);
-    EXPECT_EQ(solids[0][0].GetVertex(0), Point(1.0, 1.0, 1.0));
-    std::string rest;
-    stream >> rest;
-    EXPECT_EQ(rest, "next") << "the stream is handed back just after the bad token";
 }
 
 TEST(MStlFileReaderAscii, TokensAcrossBufferRefills)
@@ -199,9 +211,9 @@ TEST(MStlFileReaderAscii, TokensAcrossBufferRefills)
     }
 }
 
-TEST(MStlFileReaderAscii, UnseekableStreams)
+TEST(MStlFileReaderAscii, Pipes)
 {
-    // A pipe: no size and no seeking, but the rewind of an unnamed solid stays inside the buffer.
+    // No size and no seeking, but the rewind of an unnamed solid stays inside the buffer.
     PipeBuffer pipe("solid a\n" + F(1) + "endsolid a\nsolid\n" + F(2) + "endsolid\n");
     std::istream stream(&pipe);
     ReadResult r = ReadText(stream);
@@ -217,4 +229,87 @@ TEST(MStlFileReaderAscii, UnseekableStreams)
     EXPECT_EQ(r.names, Names{""});
     EXPECT_EQ(r.marks, Marks{{}});
     EXPECT_TRUE(longStream.fail());
+}
+
+TEST(MStlFileReaderAscii, RealFiles)
+{
+    // "endsolid" without the name does not close a named solid: the text after it, a second "solid"
+    // included, runs on into the first solid. The Cube has a blank before "solid" and CRLF line ends.
+    const struct
+    {
+        const char* file;
+        std::size_t facets;
+        const char* name;
+    } rows[] = {
+        {"assimp__triangle.stl", 1, "testTriangle"},
+        {"assimp__triangle_with_empty_solid.stl", 1, "testTriangle"},
+        {"assimp__triangle_with_two_solids.stl", 2, "testTriangle_1"},
+        {"assimp__sphereWithHole.stl", 285, "tinysphere_withhole"},
+        {"assimp__Spider_ascii.stl", 1368, "NoName_1"},
+        {"numpystl__stl_ascii_Cube.stl", 12, "PRO2STL"},
+        {"numpystl__stl_ascii_HalfDonut.stl", 288, "HalfDonut.stl"},
+        {"numpystl__stl_ascii_Moon_Chinese.stl", 116, "\xE6\x9C\x88\xE7\x90\x83"},
+        {"derived/spherewithhole_ascii_truncated.stl", 142, "tinysphere_withhole"},
+    };
+    for (const auto& row : rows)
+    {
+        SCOPED_TRACE(row.file);
+        const std::wstring path = (kDataDir / row.file).wstring();
+        EXPECT_TRUE(Utilities::IsAscii(path));
+        EXPECT_TRUE(Utilities::VerifyHeaderConsistency(path)) << "ASCII is always consistent";
+        std::ifstream stream;
+        ASSERT_TRUE(Utilities::OpenInputFile(stream, path));
+        const ReadResult r = ReadText(stream);
+        EXPECT_EQ(r.code, MStlFileReaderAscii::Success);
+        EXPECT_EQ(r.names, Names{row.name});
+        ASSERT_EQ(r.solids.size(), 1u);
+        EXPECT_EQ(r.solids[0].size(), row.facets);
+        for (const MStlFileTriangle& f : r.solids[0])
+            ASSERT_TRUE(f.IsValid()) << "ASCII solids hold valid facets only";
+    }
+}
+
+TEST(MStlFileReaderAscii, EveryPrefixAndBitFlipsOfRealFiles)
+{
+    for (const char* name : {"assimp__triangle_with_two_solids.stl", "numpystl__stl_ascii_Cube.stl",
+                             "assimp__triangle_with_empty_solid.stl"})
+    {
+        SCOPED_TRACE(name);
+        const std::string full = Load(name);
+        const std::vector<MStlFileTriangle> all = ReadText(full).All();
+        std::size_t previous = 0;
+        for (std::size_t length = 0; length <= full.size(); ++length)
+        {
+            const ReadResult r = ReadText(full.substr(0, length));
+            ASSERT_TRUE(r.code == -1 || r.code == 0 || r.code == 1) << length;
+            ASSERT_EQ(r.solids.size(), r.names.size()) << length;
+            ASSERT_TRUE(r.code != 1 || r.solids.empty()) << length;
+            // Only complete facets are kept, in file order, and the count never goes back.
+            const std::vector<MStlFileTriangle> read = r.All();
+            ASSERT_LE(read.size(), all.size()) << length;
+            for (std::size_t i = 0; i < read.size(); ++i)
+                ASSERT_TRUE(read[i].GetVertex(0) == all[i].GetVertex(0) &&
+                            read[i].GetVertex(1) == all[i].GetVertex(1) &&
+                            read[i].GetVertex(2) == all[i].GetVertex(2))
+                    << length << "/" << i;
+            if (r.code != -1)
+            {
+                ASSERT_GE(read.size(), previous) << length;
+                previous = read.size();
+            }
+        }
+        EXPECT_EQ(previous, all.size());
+    }
+
+    std::mt19937 random(20261121);
+    const std::string cube = Load("numpystl__stl_ascii_Cube.stl");
+    for (int round = 0; round < 400; ++round)
+    {
+        std::string a = cube;
+        for (int flips = 0; flips < 1 + round % 4; ++flips)
+            a[random() % a.size()] ^= static_cast<char>(1u << (random() % 8));
+        const ReadResult r = ReadText(a);
+        ASSERT_TRUE(r.code == -1 || r.code == 0 || r.code == 1);
+        ASSERT_EQ(r.solids.size(), r.names.size());
+    }
 }

@@ -1,29 +1,46 @@
 // The binary reader: counts against the stream size under the three options, multi-block files,
-// error codes on crafted streams, and the coloured-header grammar case by case.
+// error codes on crafted streams, the coloured-header grammar, real files, every prefix and
+// bit-flipped copies of them.
+#include <KelSDK/Triangles/IO/MStlFileReaderAscii.h>
 #include <KelSDK/Triangles/IO/MStlFileReaderBinary.h>
+#include <KelSDK/Triangles/IO/StlFileUtilities.h>
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <random>
 #include <sstream>
 #include <streambuf>
 #include <string>
 #include <vector>
 
+namespace fs = std::filesystem;
 using KelSDK::Triangles::Data::MStlMaterial;
+using KelSDK::Triangles::IO::MStlFileReaderAscii;
 using KelSDK::Triangles::IO::MStlFileReaderBinary;
 using KelSDK::Triangles::IO::MStlFileTriangle;
 using KelSDK::Triangles::IO::MStlReadResults;
 using Point = MStlFileTriangle::Point;
 using Solids = std::vector<std::vector<MStlFileTriangle>>;
 using Marks = std::vector<std::vector<int>>;
+namespace Utilities = KelSDK::Triangles::IO::StlFileUtilities;
 
 namespace
 {
 std::string Word32(uint32_t v)
 {
     return {char(v & 0xFF), char((v >> 8) & 0xFF), char((v >> 16) & 0xFF), char(v >> 24)};
+}
+
+std::string Encoded(const MStlFileTriangle& f)
+{
+    unsigned char bytes[MStlFileTriangle::BINARY_SIZE];
+    f.EncodeBinary(bytes);
+    return std::string(bytes, bytes + sizeof bytes);
 }
 
 // count facets whose first corners are (m, m, m) for m = first, first + 1, ..., attribute m.
@@ -38,9 +55,7 @@ std::string Facets(int first, int count)
         f.SetVertex(1, Point(1.0, 0.0, 0.0));
         f.SetVertex(2, Point(0.0, 1.0, 0.0));
         f.SetAttribute(static_cast<uint16_t>(m));
-        unsigned char bytes[50];
-        f.EncodeBinary(bytes);
-        s.append(bytes, bytes + 50);
+        s += Encoded(f);
     }
     return s;
 }
@@ -53,45 +68,41 @@ std::vector<int> Range(int first, int count)
     return v;
 }
 
-std::string Header(const std::string& text = "binary")
+std::string Header(std::string text = "binary")
 {
-    std::string h = text;
-    h.resize(80, ' ');
-    return h;
+    text.resize(80, ' ');
+    return text;
 }
 
-enum Flags
-{
-    kMultiple = 1,
-    kFromSize = 2,
-    kTrailing = 4
-};
+constexpr int kMultiple = 1, kFromSize = 2, kTrailing = 4;
+constexpr int kImport = kMultiple; // how STL import reads binary files
 
-// The result code, the solids, and the first-corner x of each facet per solid.
+// The result code, the header, the solids, and the first-corner x of each facet per solid.
 struct Result
 {
     MStlFileReaderBinary::ErrorCode code;
+    MStlFileReaderBinary::FileHeader header;
     Solids solids;
     Marks marks;
+    std::vector<MStlFileTriangle> All() const
+    {
+        std::vector<MStlFileTriangle> all;
+        for (const auto& s : solids)
+            all.insert(all.end(), s.begin(), s.end());
+        return all;
+    }
 };
 
-Result ReadBytes(const std::string& bytes, int flags)
+Result ReadStream(std::istream& stream, int flags)
 {
-    std::istringstream stream(bytes);
     MStlFileReaderBinary reader(stream);
     MStlFileReaderBinary::Options o;
     o.readMultipleBlocks = (flags & kMultiple) != 0;
     o.countFromFileSize = (flags & kFromSize) != 0;
     o.allowTrailingBytes = (flags & kTrailing) != 0;
     reader.SetOptions(o);
-    MStlFileReaderBinary::FileHeader header;
     Result r;
-    r.code = reader.Read(header, r.solids, nullptr);
-    if (r.code == MStlFileReaderBinary::Ok)
-    {
-        EXPECT_EQ(std::string(header.begin(), header.end()), bytes.substr(0, 80))
-            << "the header is handed back";
-    }
+    r.code = reader.Read(r.header, r.solids, nullptr);
     for (const auto& solid : r.solids)
     {
         r.marks.emplace_back();
@@ -99,6 +110,22 @@ Result ReadBytes(const std::string& bytes, int flags)
             r.marks.back().push_back(static_cast<int>(f.GetVertex(0)[0]));
     }
     return r;
+}
+
+Result ReadBytes(const std::string& bytes, int flags)
+{
+    std::istringstream stream(bytes);
+    return ReadStream(stream, flags);
+}
+
+const fs::path kDataDir = fs::path(KEL_TEST_DATA_DIR) / "stl";
+
+// Opens a file the way STL import does.
+Result ReadFile(const char* name)
+{
+    std::ifstream stream;
+    EXPECT_TRUE(Utilities::OpenInputFile(stream, (kDataDir / name).wstring())) << name;
+    return ReadStream(stream, kImport);
 }
 
 // A stream buffer that cannot seek.
@@ -171,6 +198,8 @@ TEST(MStlFileReaderBinary, CountsSizesAndBlocks)
         if (row.code == R::Ok)
         {
             EXPECT_EQ(r.marks, row.marks) << row.bytes.size() << " flags " << row.flags;
+            EXPECT_EQ(std::string(r.header.begin(), r.header.end()), row.bytes.substr(0, 80))
+                << "handed back";
         }
     }
 }
@@ -295,5 +324,123 @@ TEST(MStlFileReaderBinaryHeader, Grammar)
         EXPECT_EQ(r.material.GetSpecular(), 0x14131211u);
         EXPECT_EQ(r.material.GetAmbient(), 0x24232221u);
         EXPECT_EQ(r.material.GetShininess(), 1.0f);
+    }
+}
+
+TEST(MStlFileReaderBinary, RealFiles)
+{
+    using R = MStlFileReaderBinary;
+    const struct
+    {
+        const char* file;
+        R::ErrorCode code;
+        std::vector<std::size_t> facets; // per solid, when the code is Ok
+    } rows[] = {
+        {"assimp__Spider_binary.stl", R::Ok, {1368}},
+        {"numpystl__stl_binary_Cube.stl", R::Ok, {12}},
+        {"numpystl__stl_binary_CubeInvalidUnicode.stl", R::Ok, {12}},
+        // A header that starts with "solid", and one byte after the last facet that cannot hold a count.
+        {"numpystl__stl_binary_HalfDonut.stl", R::StreamError, {}},
+        {"numpystl__stl_binary_Star.stl", R::Ok, {68}},
+        {"numpystl__stl_binary_StarWithEmptyHeader.stl", R::Ok, {68}},
+        {"numpystl__stl_tests_triamid.stl", R::Ok, {10}},
+        {"derived/spider_binary_truncated_midfacet.stl", R::StreamTooShort, {}},
+        {"derived/star_binary_count_too_large.stl", R::StreamTooShort, {}},
+        {"derived/star_binary_count_too_small.stl", R::SizeMismatch, {}},
+        {"derived/binary_zero_facets.stl", R::Ok, {0}},
+        {"derived/empty_file.stl", R::HeaderTruncated, {}},
+        {"derived/star_binary_COLOR_MATERIAL_header.stl", R::Ok, {68}},
+        {"derived/star_binary_bit15_valid_colours.stl", R::Ok, {68}},
+    };
+    for (const auto& row : rows)
+    {
+        SCOPED_TRACE(row.file);
+        const std::wstring path = (kDataDir / row.file).wstring();
+        EXPECT_FALSE(Utilities::IsAscii(path));
+        // The size walk agrees with the reader.
+        EXPECT_EQ(Utilities::VerifyHeaderConsistency(path), row.code == R::Ok);
+        const Result r = ReadFile(row.file);
+        EXPECT_EQ(r.code, row.code);
+        std::vector<std::size_t> sizes;
+        for (const auto& solid : r.solids)
+            sizes.push_back(solid.size());
+        EXPECT_EQ(sizes, row.facets);
+    }
+
+    // The colour and material words of a header, and the facet colour words kept as attributes.
+    Result r = ReadFile("derived/star_binary_COLOR_MATERIAL_header.stl");
+    MStlReadResults info = MStlFileReaderBinary::ExtractHeaderInfo(r.header);
+    EXPECT_TRUE(info.hasColor && info.material.GetColorIsReadFromFile());
+    for (uint32_t word : {info.material.GetRGB(), info.material.GetDiffuse(), info.material.GetSpecular(),
+                          info.material.GetAmbient()})
+        EXPECT_EQ(word, 0xFF3264C8u);
+    ASSERT_EQ(r.solids.at(0).size(), 68u);
+    EXPECT_EQ(r.solids[0][0].GetAttribute(), 0x001F);
+    EXPECT_EQ(r.solids[0][1].GetAttribute(), 0x03E0);
+    EXPECT_EQ(r.solids[0][2].GetAttribute(), 0x8000);
+    r = ReadFile("derived/star_binary_bit15_valid_colours.stl");
+    EXPECT_FALSE(MStlFileReaderBinary::ExtractHeaderInfo(r.header).hasColor);
+    ASSERT_EQ(r.solids.at(0).size(), 68u);
+    for (std::size_t i = 0; i < 68; ++i)
+        ASSERT_EQ(r.solids[0][i].GetAttribute(), i % 2 == 0 ? 0xFC00 : 0) << i;
+
+    // The ASCII twin of the spider file holds the same corners.
+    std::ifstream text;
+    ASSERT_TRUE(Utilities::OpenInputFile(text, (kDataDir / "assimp__Spider_ascii.stl").wstring()));
+    Solids ascii;
+    std::vector<std::string> names;
+    ASSERT_EQ(MStlFileReaderAscii(text).Read(ascii, names, nullptr), MStlFileReaderAscii::Success);
+    const std::vector<MStlFileTriangle> b = ReadFile("assimp__Spider_binary.stl").All();
+    ASSERT_EQ(ascii.at(0).size(), b.size());
+    for (std::size_t i = 0; i < b.size(); ++i)
+        for (int k = 0; k < 9; ++k)
+        {
+            const double x = ascii[0][i].GetVertex(k / 3)[k % 3];
+            ASSERT_NEAR(x, b[i].GetVertex(k / 3)[k % 3], 1e-5 * std::max(1.0, std::fabs(x))) << "facet " << i;
+        }
+}
+
+TEST(MStlFileReaderBinary, EveryPrefixAndBitFlipsOfRealFiles)
+{
+    for (const char* name : {"numpystl__stl_tests_triamid.stl", "numpystl__stl_binary_Cube.stl"})
+    {
+        SCOPED_TRACE(name);
+        std::ifstream in(kDataDir / name, std::ios::binary);
+        const std::string full((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        const std::vector<MStlFileTriangle> all = ReadBytes(full, kImport).All();
+        for (std::size_t length = 0; length < full.size(); ++length)
+        {
+            // Too short for the header and count, else too short for the declared count; counting from
+            // the size reads exactly the complete facets.
+            const std::string prefix = full.substr(0, length);
+            const auto header = MStlFileReaderBinary::HeaderTruncated;
+            ASSERT_EQ(ReadBytes(prefix, kImport).code,
+                      length < 84 ? header : MStlFileReaderBinary::StreamTooShort)
+                << length;
+            const Result tolerant = ReadBytes(prefix, kFromSize | kTrailing);
+            ASSERT_EQ(tolerant.code, length < 84 ? header : MStlFileReaderBinary::Ok) << length;
+            const std::vector<MStlFileTriangle> read = tolerant.All();
+            ASSERT_EQ(read.size(), length < 84 ? 0 : (length - 84) / 50) << length;
+            for (std::size_t i = 0; i < read.size(); ++i)
+                ASSERT_EQ(Encoded(read[i]), Encoded(all[i])) << length << "/" << i;
+        }
+
+        std::mt19937 random(20261121);
+        for (int round = 0; round < 400; ++round)
+        {
+            std::string b = full;
+            for (int flips = 0; flips < 1 + round % 4; ++flips)
+                b[random() % b.size()] ^= static_cast<char>(1u << (random() % 8));
+            // The count field gets flipped on its own too: the size rules must catch every value.
+            if (round % 5 == 0)
+                b[80 + random() % 4] ^= static_cast<char>(1u << (random() % 8));
+            for (int flags : {kImport, kFromSize | kTrailing, 0})
+            {
+                const Result r = ReadBytes(b, flags);
+                ASSERT_GE(r.code, 0);
+                ASSERT_LE(r.code, 4);
+                ASSERT_LE(r.All().size(), (b.size() - 84) / 50);
+            }
+        }
     }
 }
