@@ -9,6 +9,7 @@
 using Kelmesh::Command;
 using Kelmesh::CommandLine;
 using Kelmesh::Flavour;
+using Kelmesh::Kind;
 using Kelmesh::ParseCommandLine;
 
 namespace
@@ -26,8 +27,8 @@ TEST(KelmeshCommandLine, InfoTakesOneFile)
 
 TEST(KelmeshCommandLine, ConvertWithEveryOption)
 {
-    const CommandLine line =
-        ParseCommandLine({"convert", "--colors", "in.stl", "--ascii", "out.stl", "--solid-per-surface", "--scale", "25.4"});
+    const CommandLine line = ParseCommandLine(
+        {"convert", "--colors", "in.stl", "--ascii", "out.stl", "--solid-per-surface", "--scale", "25.4"});
     ASSERT_TRUE(line.error.empty()) << line.error;
     EXPECT_EQ(line.command, Command::Convert);
     EXPECT_EQ(line.input, "in.stl");
@@ -43,6 +44,22 @@ TEST(KelmeshCommandLine, ConvertWithEveryOption)
     EXPECT_EQ(plain.scale, 1.0);
     EXPECT_EQ(ParseCommandLine({"convert", "a", "b", "--scale=0.5"}).scale, 0.5);
     EXPECT_EQ(ParseCommandLine({"convert", "a", "b", "--binary", "--binary"}).flavour, Flavour::Binary);
+}
+
+TEST(KelmeshCommandLine, KindChoosesTheStorage)
+{
+    EXPECT_EQ(ParseCommandLine({"info", "a.stl"}).kind, Kind::Default);
+    EXPECT_EQ(ParseCommandLine({"info", "a.stl", "--kind", "standard"}).kind, Kind::Standard);
+    EXPECT_EQ(ParseCommandLine({"convert", "a", "b", "--kind=compact"}).kind, Kind::Compact);
+    EXPECT_EQ(ParseCommandLine({"convert", "--kind", "OnDisk", "a", "b"}).kind, Kind::OnDisk);
+    const CommandLine last = ParseCommandLine({"info", "--kind", "ondisk", "a.kstl", "--kind", "compact"});
+    EXPECT_TRUE(last.error.empty()) << last.error;
+    EXPECT_EQ(last.kind, Kind::Compact);
+    // The value is taken as the kind even when it looks like a file name, so nothing is left over.
+    EXPECT_FALSE(ParseCommandLine({"info", "--kind", "a.stl"}).error.empty());
+    EXPECT_FALSE(ParseCommandLine({"info", "a.stl", "--kind"}).error.empty());
+    EXPECT_FALSE(ParseCommandLine({"info", "a.stl", "--kind="}).error.empty());
+    EXPECT_FALSE(ParseCommandLine({"info", "a.stl", "--kind", "disk"}).error.empty());
 }
 
 TEST(KelmeshCommandLine, RefusesWhatItCannotDo)
@@ -66,4 +83,4 @@ TEST(KelmeshCommandLine, RefusesWhatItCannotDo)
     EXPECT_EQ(ParseCommandLine({}).command, Command::Help);
     EXPECT_TRUE(ParseCommandLine({"--help"}).error.empty());
 }
-}  // namespace
+} // namespace

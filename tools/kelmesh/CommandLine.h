@@ -24,6 +24,16 @@ enum class Flavour
     Binary
 };
 
+// Storage kind of the mesh a file is read into; Default leaves the choice to the reader (Standard
+// for STL, the kind a native file was saved from).
+enum class Kind
+{
+    Default,
+    Standard,
+    Compact,
+    OnDisk
+};
+
 struct CommandLine
 {
     Command command = Command::Help;
@@ -34,19 +44,25 @@ struct CommandLine
     bool solidPerSurface = false;
     double scale = 1.0;
     bool quiet = false;
+    Kind kind = Kind::Default;
     // Empty when the arguments are valid; otherwise what is wrong with them.
     std::string error;
 };
 
 inline const char* Usage()
 {
-    return "usage: kelmesh info FILE\n"
+    return "usage: kelmesh info FILE [--kind KIND]\n"
            "       kelmesh convert IN OUT [--ascii | --binary] [--colors] [--solid-per-surface]\n"
-           "                              [--scale FACTOR] [--quiet]\n"
-           "  info     prints the format, solids, counts, bounding box (mm), header colour and flags\n"
-           "  convert  writes IN as OUT; --ascii/--binary choose the STL flavour (default: that of IN),\n"
-           "           --colors writes the colour header and per-facet colours, --solid-per-surface\n"
-           "           writes one ASCII solid per surface, --scale multiplies every coordinate\n";
+           "                              [--scale FACTOR] [--kind KIND] [--quiet]\n"
+           "  info     prints the format, storage kind, solids, counts, bounding box (mm), colours,\n"
+           "           header flags and, for native files, the sections and plug-in sections\n"
+           "  convert  writes IN as OUT, STL (.stl) or native (.kstl) by OUT's extension;\n"
+           "           --ascii/--binary choose the STL flavour (default: that of IN, binary for a\n"
+           "           native IN), --colors writes the STL colour header and per-facet colours\n"
+           "           (native files always keep colours), --solid-per-surface writes one ASCII\n"
+           "           solid per surface, --scale multiplies every STL coordinate\n"
+           "  --kind   standard, compact or ondisk: the storage of the mesh an STL file is read\n"
+           "           into (a native file is read into the kind it was saved from)\n";
 }
 
 // A finite, non-zero number written in full (no trailing characters).
@@ -61,6 +77,23 @@ inline bool ParseScale(const std::string& text, double& value)
     if (result.ec != std::errc() || result.ptr != last || !std::isfinite(parsed) || parsed == 0.0)
         return false;
     value = parsed;
+    return true;
+}
+
+// "standard", "compact" or "ondisk" (any letter case).
+inline bool ParseKind(const std::string& text, Kind& kind)
+{
+    std::string lower = text;
+    for (char& c : lower)
+        c = (c >= 'A' && c <= 'Z') ? static_cast<char>(c + 32) : c;
+    if (lower == "standard")
+        kind = Kind::Standard;
+    else if (lower == "compact")
+        kind = Kind::Compact;
+    else if (lower == "ondisk")
+        kind = Kind::OnDisk;
+    else
+        return false;
     return true;
 }
 
@@ -116,6 +149,26 @@ inline CommandLine ParseCommandLine(const std::vector<std::string>& args)
             if (!ParseScale(value, line.scale))
             {
                 line.error = "--scale needs a finite non-zero number, not '" + value + "'";
+                return line;
+            }
+        }
+        else if (a == "--kind" || a.rfind("--kind=", 0) == 0)
+        {
+            std::string value;
+            if (a == "--kind")
+            {
+                if (i + 1 >= args.size())
+                {
+                    line.error = "--kind needs standard, compact or ondisk";
+                    return line;
+                }
+                value = args[++i];
+            }
+            else
+                value = a.substr(7);
+            if (!ParseKind(value, line.kind))
+            {
+                line.error = "--kind needs standard, compact or ondisk, not '" + value + "'";
                 return line;
             }
         }

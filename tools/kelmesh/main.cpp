@@ -1,15 +1,21 @@
 // kelmesh: inspects and converts mesh files with KelSDK.Triangles.IO.
-//   kelmesh info FILE
+//   kelmesh info FILE [--kind KIND]
 //   kelmesh convert IN OUT [--ascii | --binary] [--colors] [--solid-per-surface] [--scale FACTOR]
-// Formats are found by content first, then by file extension (see Formats()). Errors are one line
-// on stderr and a non-zero exit status; an output file is replaced only when it was written whole.
+//                          [--kind KIND]
+// Formats (STL and the native format) are found by content first, then by file extension (see Formats()).
+// Errors are one line on stderr and a non-zero exit status; an output file is replaced only when it was
+// written whole.
 
 #include "CommandLine.h"
+#include "NativeSections.h"
 
 #include <KelSDK/Common/InternalUnits.h>
 #include <KelSDK/Common/Progress.h>
 #include <KelSDK/Common/StringConversion.h>
+#include <KelSDK/FileIO/MFile.h>
 #include <KelSDK/Triangles/Data.h>
+#include <KelSDK/Triangles/IO/MStlFileIO.h>
+#include <KelSDK/Triangles/IO/MStlFileIOPlugin.h>
 #include <KelSDK/Triangles/IO/MStlFileReader.h>
 #include <KelSDK/Triangles/IO/MStlFileWriter.h>
 #include <KelSDK/Triangles/IO/StlFileUtilities.h>
@@ -20,6 +26,7 @@
 #include <cstdio>
 #include <exception>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -81,15 +88,17 @@ std::shared_ptr<TerminalProgress> MakeProgress(const Kelmesh::CommandLine& line,
 // What reading a file told beyond the mesh itself.
 struct ReadSummary
 {
-    std::string format;                       // "binary STL", "ASCII STL"
+    std::string format;                       // "binary STL", "ASCII STL", "native"
     bool ascii = false;                       // text flavour of the format
+    bool stl = false;                         // facetsInFile counts STL facets
     uint64_t facetsInFile = 0;                // before collapsed facets were dropped
     KelSDK::Math::boundingbox<double, 3> box; // millimetres
     std::vector<std::string> details;         // format-specific lines for "info"
 };
 
 // One mesh file format. recognise looks at the content (null: the format has no signature and is
-// only chosen by extension); read fills a Standard mesh in internal units; write writes it.
+// only chosen by extension); read fills the mesh (in internal units, in the storage kind the mesh
+// has, unless the format carries a kind of its own); write writes it.
 struct MeshFormat
 {
     const char* name;
@@ -97,7 +106,7 @@ struct MeshFormat
     bool (*recognise)(const std::wstring& path);
     bool (*read)(const std::wstring& path, MStlBase& mesh, ReadSummary& summary,
                  std::shared_ptr<KelSDK::Common::IProgressDelegate> progress, std::string& error);
-    bool (*write)(const std::wstring& path, const MStlBase& mesh, const ReadSummary& input,
+    bool (*write)(const std::wstring& path, MStlBase& mesh, const ReadSummary& input,
                   const Kelmesh::CommandLine& line,
                   std::shared_ptr<KelSDK::Common::IProgressDelegate> progress, std::string& error);
 };
@@ -141,6 +150,7 @@ bool ReadStl(const std::wstring& path, MStlBase& mesh, ReadSummary& summary,
         return false;
     }
     const IO::MStlReadResults results = reader.GetResults();
+    summary.stl = true;
     summary.ascii = reader.WasAscii();
     summary.format = summary.ascii ? "ASCII STL" : "binary STL";
     summary.facetsInFile = reader.GetNumberOfFacets();
@@ -169,7 +179,7 @@ bool ReadStl(const std::wstring& path, MStlBase& mesh, ReadSummary& summary,
     return true;
 }
 
-bool WriteStl(const std::wstring& path, const MStlBase& mesh, const ReadSummary& input,
+bool WriteStl(const std::wstring& path, MStlBase& mesh, const ReadSummary& input,
               const Kelmesh::CommandLine& line, std::shared_ptr<KelSDK::Common::IProgressDelegate> progress,
               std::string& error)
 {
@@ -190,14 +200,124 @@ bool WriteStl(const std::wstring& path, const MStlBase& mesh, const ReadSummary&
     return true;
 }
 
+// ---- native format ---------------------------------------------------------------------------
+
+const char* const kKindNames[3] = {"Standard", "Compact", "OnDisk"};
+
+const char* KindName(KelSDK::Triangles::Data::MStlHybridState state)
+{
+    const int k = static_cast<int>(state);
+    return k >= 0 && k <= 2 ? kKindNames[k] : "unknown";
+}
+
+// A native file starts with byte 0 and the magic text.
+bool RecogniseNative(const std::wstring& path)
+{
+    return IO::MStlFileIO::IsNativeFile(path);
+}
+
+std::string NativeError(const IO::MStlFileIO& io)
+{
+    return std::string("native file: ") + io.GetLastErrorString() + " (code " +
+           std::to_string(static_cast<int>(io.GetLastError())) + ")";
+}
+
+// The file decides the storage kind (it stores the kind it was saved from).
+bool ReadNative(const std::wstring& path, MStlBase& mesh, ReadSummary& summary,
+                std::shared_ptr<KelSDK::Common::IProgressDelegate> progress, std::string& error)
+{
+    KelSDK::FileIO::MFile file;
+    if (!file.OPEN_READ(path))
+    {
+        error = "the file cannot be opened";
+        return false;
+    }
+    IO::MStlFileIO io;
+    io.SetStl(&mesh);
+    io.SetFile(file);
+    const IO::MStlFileIO::MErrorCode code = io.Load(std::move(progress));
+    file.Close();
+    if (code != IO::eStlFileIOSuccess)
+    {
+        error = NativeError(io);
+        return false;
+    }
+    summary.format = "native";
+    summary.facetsInFile = mesh.GetStlHybrid().GetNumTriangles();
+    const auto& properties = mesh.GetProperties();
+    // The box of the vertices on the internal grid, in millimetres.
+    int e[6] = {0, 0, 0, 0, 0, 0};
+    if (properties.CalculateExtremes(e[0], e[1], e[2], e[3], e[4], e[5]))
+    {
+        const double mm = 1.0 / StepsPerMillimetre();
+        using Box = KelSDK::Math::boundingbox<double, 3>;
+        summary.box = Box(Box::point_type(e[0] * mm, e[2] * mm, e[4] * mm),
+                          Box::point_type(e[1] * mm, e[3] * mm, e[5] * mm));
+    }
+    summary.details.push_back("sections:    " + Kelmesh::DescribeSectionSwitches(io));
+    const std::vector<Kelmesh::PluginSection> plugins =
+        Kelmesh::DescribePluginSections(io.GetLoadedPluginSections(), IO::MStlFileIOPlugin::GetPlugins());
+    summary.details.push_back("plug-in sections: " + std::to_string(plugins.size()));
+    for (const Kelmesh::PluginSection& plugin : plugins)
+        summary.details.push_back(
+            "  \"" + plugin.name +
+            "\": " + (plugin.registered ? "plug-in registered" : "no plug-in registered (skipped)"));
+    summary.details.push_back(std::string("mesh flags:  ") + (properties.GetIsSupport() ? "support, " : "") +
+                              (properties.GetIsSupposedSolid() ? "solid" : "faces"));
+    return true;
+}
+
+// Written beside the target and moved over it only when the whole file was written.
+bool WriteNative(const std::wstring& path, MStlBase& mesh, const ReadSummary& /*input*/,
+                 const Kelmesh::CommandLine& /*line*/,
+                 std::shared_ptr<KelSDK::Common::IProgressDelegate> progress, std::string& error)
+{
+    KelSDK::FileIO::MFile file;
+    if (!file.OPEN_WRITE(path))
+    {
+        error = "the file cannot be created";
+        return false;
+    }
+    IO::MStlFileIO io;
+    io.SetStl(&mesh);
+    io.SetFile(file);
+    if (io.Save(std::move(progress)) != IO::eStlFileIOSuccess)
+    {
+        file.Abandon();
+        error = NativeError(io) + " (the previous file, if any, is unchanged)";
+        return false;
+    }
+    if (!file.Close())
+    {
+        error = "the file could not be written completely (the previous file, if any, is unchanged)";
+        return false;
+    }
+    return true;
+}
+
 // Known formats in the order their signatures are tested. Formats with a signature come first;
 // STL, which has none, is tested last and is the format of the ".stl" extension.
 const std::vector<MeshFormat>& Formats()
 {
     static const std::vector<MeshFormat> formats = {
+        {"native", {".kstl"}, &RecogniseNative, &ReadNative, &WriteNative},
         {"STL", {".stl"}, &RecogniseStl, &ReadStl, &WriteStl},
     };
     return formats;
+}
+
+// "native (.kstl), STL (.stl)" for the error lines.
+std::string KnownFormats()
+{
+    std::string text;
+    for (const MeshFormat& format : Formats())
+    {
+        text += (text.empty() ? "" : ", ") + std::string(format.name) + " (";
+        for (size_t e = 0; e < format.extensions.size(); ++e)
+            text += (e == 0 ? "" : " ") + format.extensions[e];
+        text += ")";
+    }
+    return text;
 }
 
 std::string LowerExtension(const std::string& path)
@@ -251,7 +371,14 @@ bool ReadMesh(const Kelmesh::CommandLine& line, const std::string& path, MStlBas
         return FailRead(path, "not a regular file");
     const MeshFormat* format = FormatForReading(path, wide);
     if (format == nullptr)
-        return FailRead(path, "unknown mesh format (known: STL)");
+        return FailRead(path, "unknown mesh format (known: " + KnownFormats() + ")");
+    if (line.kind != Kelmesh::Kind::Default)
+    {
+        const auto wanted =
+            static_cast<KelSDK::Triangles::Data::MStlHybridState>(static_cast<int>(line.kind) - 1);
+        if (!mesh.GetStlHybrid().SetState(wanted))
+            return FailRead(path, "the storage kind cannot be chosen");
+    }
     std::string error;
     const auto start = std::chrono::steady_clock::now();
     try
@@ -267,14 +394,61 @@ bool ReadMesh(const Kelmesh::CommandLine& line, const std::string& path, MStlBas
     {
         return FailRead(path, e.what());
     }
+    const auto kind = mesh.GetStlHybrid().GetState();
+    if (line.kind != Kelmesh::Kind::Default && static_cast<int>(kind) != static_cast<int>(line.kind) - 1)
+        return FailRead(path, std::string("the file holds a mesh of the ") + KindName(kind) +
+                                  " kind; --kind chooses the storage of STL input only");
     seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     return true;
 }
 
+// Triangles per surface and triangles with a colour of their own, for any storage kind.
+struct MeshCounts
+{
+    std::map<const KelSDK::Triangles::Data::MStlSurface*, size_t> perSurface;
+    size_t coloured = 0;
+};
+
+MeshCounts CountMesh(const MStlBase& mesh)
+{
+    MeshCounts counts;
+    const auto& hybrid = mesh.GetStlHybrid();
+    if (hybrid.GetState() == KelSDK::Triangles::Data::eStlStandard)
+    {
+        for (const auto& triangle : mesh.Triangles())
+            counts.coloured += triangle.GetColor().IsDefined() ? 1 : 0;
+        const auto& surfaces = mesh.GetSurfaceList();
+        for (size_t s = 0; s < surfaces.GetNumSurfaces(false); ++s)
+            counts.perSurface[surfaces.GetSurface(s)] = surfaces.GetSurface(s)->GetNumberOfTriangles();
+        return counts;
+    }
+    // The Compact and OnDisk stores are read by index; a triangle without a surface is in the
+    // main surface (the first).
+    const size_t triangles = hybrid.GetNumTriangles();
+    const auto& surfaces = mesh.GetSurfaceList();
+    const KelSDK::Triangles::Data::MStlSurface* main =
+        surfaces.GetNumSurfaces(false) > 0 ? surfaces.GetSurface(0) : nullptr;
+    if (!hybrid.OpenRead())
+        return counts;
+    for (size_t t = 0; t < triangles; ++t)
+    {
+        const KelSDK::Triangles::Data::MStlSurface* surface = hybrid.GetTriangleSurface(t);
+        ++counts.perSurface[surface != nullptr ? surface : main];
+    }
+    if (hybrid.StartGettingTriangleColors())
+        for (size_t t = 0; t < triangles; ++t)
+            counts.coloured += hybrid.GetColor(t).IsDefined() ? 1 : 0;
+    hybrid.Close();
+    return counts;
+}
+
 void PrintInfo(const std::string& path, const MStlBase& mesh, const ReadSummary& summary, double seconds)
 {
+    const auto& hybrid = mesh.GetStlHybrid();
+    const MeshCounts counts = CountMesh(mesh);
     std::printf("file:        %s\n", path.c_str());
     std::printf("format:      %s\n", summary.format.c_str());
+    std::printf("storage:     %s\n", KindName(hybrid.GetState()));
     const auto& surfaces = mesh.GetSurfaceList();
     const size_t solids = surfaces.GetNumSurfaces(false);
     std::printf("solids:      %zu\n", solids);
@@ -282,20 +456,27 @@ void PrintInfo(const std::string& path, const MStlBase& mesh, const ReadSummary&
     {
         const auto* surface = surfaces.GetSurface(s);
         const std::string name = KelSDK::Common::StringConversion::NativeToLocale(surface->GetName());
-        std::printf("  %zu: \"%s\", %zu triangles\n", s + 1, name.c_str(), surface->GetNumberOfTriangles());
+        const auto found = counts.perSurface.find(surface);
+        std::printf("  %zu: \"%s\", %zu triangles\n", s + 1, name.c_str(),
+                    found != counts.perSurface.end() ? found->second : size_t{0});
     }
-    const uint64_t triangles = mesh.NumberOfTriangles();
-    std::printf("facets:      %llu in the file, %llu triangles after welding\n",
-                static_cast<unsigned long long>(summary.facetsInFile),
-                static_cast<unsigned long long>(triangles));
-    std::printf("degenerate:  %llu facets dropped (two corners on the same grid point)\n",
-                static_cast<unsigned long long>(
-                    summary.facetsInFile >= triangles ? summary.facetsInFile - triangles : 0));
-    std::printf("vertices:    %zu welded\n", mesh.NumberOfPoints());
-    size_t coloured = 0;
-    for (const auto& triangle : mesh.Triangles())
-        coloured += triangle.GetColor().IsDefined() ? 1 : 0;
-    std::printf("colours:     %zu facets with a colour of their own\n", coloured);
+    const uint64_t triangles = hybrid.GetNumTriangles();
+    if (summary.stl)
+    {
+        std::printf("facets:      %llu in the file, %llu triangles after welding\n",
+                    static_cast<unsigned long long>(summary.facetsInFile),
+                    static_cast<unsigned long long>(triangles));
+        std::printf("degenerate:  %llu facets dropped (two corners on the same grid point)\n",
+                    static_cast<unsigned long long>(
+                        summary.facetsInFile >= triangles ? summary.facetsInFile - triangles : 0));
+        std::printf("vertices:    %zu welded\n", hybrid.GetNumVertices());
+    }
+    else
+    {
+        std::printf("facets:      %llu triangles\n", static_cast<unsigned long long>(triangles));
+        std::printf("vertices:    %zu\n", hybrid.GetNumVertices());
+    }
+    std::printf("colours:     %zu facets with a colour of their own\n", counts.coloured);
     if (summary.box.IsEmpty())
         std::printf("bounding box: empty\n");
     else
@@ -326,7 +507,12 @@ int RunConvert(const Kelmesh::CommandLine& line)
 {
     const MeshFormat* target = FormatByExtension(line.output);
     if (target == nullptr)
-        return Fail("write", line.output, "unknown output format (use the extension .stl)");
+        return Fail("write", line.output, "unknown output format (known: " + KnownFormats() + ")");
+    // The native format stores the mesh as it is: the STL writer's options have no meaning there.
+    if (target->write == &WriteNative &&
+        (line.flavour != Kelmesh::Flavour::Same || line.solidPerSurface || line.scale != 1.0))
+        return Fail("write", line.output,
+                    "--ascii, --binary, --solid-per-surface and --scale apply to STL output only");
     MStlBase mesh;
     ReadSummary summary;
     double readSeconds = 0.0;
