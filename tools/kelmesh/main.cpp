@@ -94,6 +94,7 @@ struct ReadSummary
     uint64_t facetsInFile = 0;                // before collapsed facets were dropped
     KelSDK::Math::boundingbox<double, 3> box; // millimetres
     std::vector<std::string> details;         // format-specific lines for "info"
+    std::vector<std::string> unreadSections;  // plug-in sections no registered plug-in read
 };
 
 // One mesh file format. recognise looks at the content (null: the format has no signature and is
@@ -258,6 +259,9 @@ bool ReadNative(const std::wstring& path, MStlBase& mesh, ReadSummary& summary,
     const std::vector<Kelmesh::PluginSection> plugins =
         Kelmesh::DescribePluginSections(io.GetLoadedPluginSections(), IO::MStlFileIOPlugin::GetPlugins());
     summary.details.push_back("plug-in sections: " + std::to_string(plugins.size()));
+    for (const Kelmesh::PluginSection& plugin : plugins)
+        if (!plugin.registered)
+            summary.unreadSections.push_back(plugin.name);
     for (const Kelmesh::PluginSection& plugin : plugins)
         summary.details.push_back(
             "  \"" + plugin.name +
@@ -540,6 +544,10 @@ int RunConvert(const Kelmesh::CommandLine& line)
         std::printf("%s (%s, %llu facets) -> %s: read %.3f s, written %.3f s\n", line.input.c_str(),
                     summary.format.c_str(), static_cast<unsigned long long>(mesh.NumberOfTriangles()),
                     line.output.c_str(), readSeconds, writeSeconds);
+    // Only registered plug-ins write their sections, so the payload of the others is lost.
+    if (!line.quiet)
+        for (const std::string& name : summary.unreadSections)
+            std::printf("not copied: plug-in section \"%s\" (no plug-in registered for it)\n", name.c_str());
     return 0;
 }
 } // namespace
