@@ -101,18 +101,15 @@ TEST(MStlFileTriangle, BinaryGoldenBytesOnEveryTargetAndReadBack)
     MStlFileTriangle f;
     EXPECT_FALSE(f.ReadBinary(in)) << "the third corner has an infinite z";
     EXPECT_EQ(in.tellg(), std::streampos(50)) << "an invalid facet is still consumed whole";
-    EXPECT_EQ(f.GetNormal(), Point(0.0, 0.0, 1.0));
-    EXPECT_EQ(f.GetVertex(0), Point(1.0, 2.0, 3.0));
-    EXPECT_EQ(f.GetVertex(1), Point(-1.5, 0.25, std::numeric_limits<double>::infinity()));
-    EXPECT_EQ(f.GetVertex(2), Point(0.0, 0.0, 0.0));
-    EXPECT_EQ(f.GetAttribute(), 0x8001);
+    EXPECT_EQ(f.GetVertex(1)[2], std::numeric_limits<double>::infinity());
+    EXPECT_EQ(Encoded(f), kSampleBinary) << "every field read back bit for bit";
 
     MMemoryFile file;
     ASSERT_TRUE(file.OpenRead(kSampleBinary.data(), kSampleBinary.size()));
     MStlFileTriangle g;
     EXPECT_FALSE(g.Read(file));
     EXPECT_EQ(file.Tell(), 50);
-    EXPECT_EQ(Encoded(g), kSampleBinary) << "the same facet as read from the stream";
+    EXPECT_EQ(Encoded(g), kSampleBinary);
 
     // 0.1 is not a float: the value read is the float nearest to 0.1, widened without change.
     std::ostringstream out;
