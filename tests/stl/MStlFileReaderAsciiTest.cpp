@@ -42,13 +42,7 @@ struct ReadResult
     std::vector<std::vector<MStlFileTriangle>> solids;
     Names names;
     Marks marks;
-    std::vector<MStlFileTriangle> All() const
-    {
-        std::vector<MStlFileTriangle> all;
-        for (const auto& s : solids)
-            all.insert(all.end(), s.begin(), s.end());
-        return all;
-    }
+    std::vector<MStlFileTriangle> all; // every facet in file order
 };
 
 ReadResult ReadText(std::istream& stream)
@@ -71,7 +65,10 @@ ReadResult ReadText(std::istream& stream)
     {
         r.marks.emplace_back();
         for (const MStlFileTriangle& f : solid)
+        {
             r.marks.back().push_back(static_cast<int>(f.GetVertex(0)[0]));
+            r.all.push_back(f);
+        }
     }
     return r;
 }
@@ -273,7 +270,7 @@ TEST(MStlFileReaderAscii, EveryPrefixAndBitFlipsOfRealFiles)
     {
         SCOPED_TRACE(name);
         const std::string full = Load(name);
-        const std::vector<MStlFileTriangle> all = ReadText(full).All();
+        const std::vector<MStlFileTriangle> all = ReadText(full).all;
         std::size_t previous = 0;
         for (std::size_t length = 0; length <= full.size(); ++length)
         {
@@ -282,7 +279,7 @@ TEST(MStlFileReaderAscii, EveryPrefixAndBitFlipsOfRealFiles)
             ASSERT_EQ(r.solids.size(), r.names.size()) << length;
             ASSERT_TRUE(r.code != 1 || r.solids.empty()) << length;
             // Only complete facets are kept, in file order, and the count never goes back.
-            const std::vector<MStlFileTriangle> read = r.All();
+            const std::vector<MStlFileTriangle> read = r.all;
             ASSERT_LE(read.size(), all.size()) << length;
             for (std::size_t i = 0; i < read.size(); ++i)
                 ASSERT_TRUE(read[i].GetVertex(0) == all[i].GetVertex(0) &&

@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <numeric>
 #include <random>
 #include <sstream>
 #include <streambuf>
@@ -52,7 +53,6 @@ std::string Facets(int first, int count)
         MStlFileTriangle f;
         f.SetNormal(Point(0.0, 0.0, 1.0));
         f.SetVertex(0, Point(m, m, m));
-        f.SetVertex(1, Point(1.0, 0.0, 0.0));
         f.SetVertex(2, Point(0.0, 1.0, 0.0));
         f.SetAttribute(static_cast<uint16_t>(m));
         s += Encoded(f);
@@ -62,9 +62,8 @@ std::string Facets(int first, int count)
 
 std::vector<int> Range(int first, int count)
 {
-    std::vector<int> v;
-    for (int i = 0; i < count; ++i)
-        v.push_back(first + i);
+    std::vector<int> v(static_cast<std::size_t>(count));
+    std::iota(v.begin(), v.end(), first);
     return v;
 }
 
@@ -84,13 +83,7 @@ struct Result
     MStlFileReaderBinary::FileHeader header;
     Solids solids;
     Marks marks;
-    std::vector<MStlFileTriangle> All() const
-    {
-        std::vector<MStlFileTriangle> all;
-        for (const auto& s : solids)
-            all.insert(all.end(), s.begin(), s.end());
-        return all;
-    }
+    std::vector<MStlFileTriangle> all; // every facet in file order
 };
 
 Result ReadStream(std::istream& stream, int flags)
@@ -107,7 +100,10 @@ Result ReadStream(std::istream& stream, int flags)
     {
         r.marks.emplace_back();
         for (const MStlFileTriangle& f : solid)
+        {
             r.marks.back().push_back(static_cast<int>(f.GetVertex(0)[0]));
+            r.all.push_back(f);
+        }
     }
     return r;
 }
@@ -379,7 +375,7 @@ TEST(MStlFileReaderBinary, RealFiles)
     Solids ascii;
     std::vector<std::string> names;
     ASSERT_EQ(MStlFileReaderAscii(text).Read(ascii, names, nullptr), MStlFileReaderAscii::Success);
-    const std::vector<MStlFileTriangle> b = ReadFile("assimp__Spider_binary.stl").All();
+    const std::vector<MStlFileTriangle> b = ReadFile("assimp__Spider_binary.stl").all;
     ASSERT_EQ(ascii.at(0).size(), b.size());
     for (std::size_t i = 0; i < b.size(); ++i)
         for (int k = 0; k < 9; ++k)
@@ -396,7 +392,7 @@ TEST(MStlFileReaderBinary, EveryPrefixAndBitFlipsOfRealFiles)
         SCOPED_TRACE(name);
         std::ifstream in(kDataDir / name, std::ios::binary);
         const std::string full((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-        const std::vector<MStlFileTriangle> all = ReadBytes(full, kImport).All();
+        const std::vector<MStlFileTriangle> all = ReadBytes(full, kImport).all;
         for (std::size_t length = 0; length < full.size(); ++length)
         {
             // Too short for the header and count, else too short for the declared count; counting from
@@ -408,7 +404,7 @@ TEST(MStlFileReaderBinary, EveryPrefixAndBitFlipsOfRealFiles)
                 << length;
             const Result tolerant = ReadBytes(prefix, kFromSize | kTrailing);
             ASSERT_EQ(tolerant.code, length < 84 ? header : MStlFileReaderBinary::Ok) << length;
-            const std::vector<MStlFileTriangle> read = tolerant.All();
+            const std::vector<MStlFileTriangle> read = tolerant.all;
             ASSERT_EQ(read.size(), length < 84 ? 0 : (length - 84) / 50) << length;
             for (std::size_t i = 0; i < read.size(); ++i)
                 ASSERT_EQ(Encoded(read[i]), Encoded(all[i])) << length << "/" << i;
@@ -428,7 +424,7 @@ TEST(MStlFileReaderBinary, EveryPrefixAndBitFlipsOfRealFiles)
                 const Result r = ReadBytes(b, flags);
                 ASSERT_GE(r.code, 0);
                 ASSERT_LE(r.code, 4);
-                ASSERT_LE(r.All().size(), (b.size() - 84) / 50);
+                ASSERT_LE(r.all.size(), (b.size() - 84) / 50);
             }
         }
     }
