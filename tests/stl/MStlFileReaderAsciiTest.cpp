@@ -1,6 +1,7 @@
 // The ASCII reader: solids and names, the unnamed-solid rewind, the keyword quirks, the buffer seams
 // (tokens across refills, seeking back past dropped data, pipes), real files, every prefix and
 // bit-flipped copies of them.
+#include <KelSDK/Common/Progress.h>
 #include <KelSDK/Triangles/IO/MStlFileReaderAscii.h>
 #include <KelSDK/Triangles/IO/StlFileUtilities.h>
 
@@ -9,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <random>
 #include <sstream>
 #include <stdexcept>
@@ -156,7 +158,7 @@ TEST(MStlFileReaderAscii, SolidsNamesAndQuirks)
         {ok, {"a", "b"}, {{1}, {3}}, "solid a\n" + F(1) + kInfinite + F(2) + "endsolid a\nsolid b\n" + F(3)},
         {ok, {"empty", "nothing"}, {{}, {}},
          "solid empty\n" + kInfinite + "endsolid empty\nsolid nothing\nendsolid nothing\n"},
-        // The end of the input just before "endfacet" drops the facet; "endfacet" as the last bytes completes it.
+        // The input ending just before "endfacet" drops the facet; "endfacet" as the last bytes keeps it.
         {ok, {"a"}, {{1}}, two.substr(0, two.size() - 9)},
         {ok, {"a"}, {{1, 2}}, two.substr(0, two.size() - 1)},
         {ok, {"a"}, {{1, 2}}, two},
@@ -203,6 +205,28 @@ TEST(MStlFileReaderAscii, TokensAcrossBufferRefills)
         EXPECT_EQ(r.solids[0][0].GetVertex(0), Point(123.456, 7e-3, -9.0)) << shift;
         EXPECT_EQ(r.solids[0][0].GetNormal(), Point(0.25, -0.5, 1.0)) << shift;
     }
+}
+
+TEST(MStlFileReaderAscii, ProgressMaximumIsSizeOver206)
+{
+    struct Recorder : KelSDK::Common::IProgressDelegate
+    {
+        void SetProgress(double fraction01) override { fractions.push_back(fraction01); }
+        std::vector<double> fractions;
+    };
+    // 2060 bytes: a maximum of 10, so each facet attempt adds one tenth.
+    std::string text = "solid a\n" + F(1);
+    text.resize(2060, ' ');
+    std::istringstream stream(text);
+    auto progress = std::make_shared<Recorder>();
+    std::vector<std::vector<MStlFileTriangle>> solids;
+    Names names;
+    EXPECT_EQ(MStlFileReaderAscii(stream).Read(solids, names, progress), MStlFileReaderAscii::Success);
+    EXPECT_EQ(solids.at(0).size(), 1u);
+    ASSERT_GE(progress->fractions.size(), 2u);
+    EXPECT_DOUBLE_EQ(progress->fractions[0], 0.1);
+    EXPECT_DOUBLE_EQ(progress->fractions[1], 0.2);
+    EXPECT_DOUBLE_EQ(progress->fractions.back(), 1.0);
 }
 
 TEST(MStlFileReaderAscii, Pipes)

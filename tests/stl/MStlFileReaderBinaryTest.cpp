@@ -172,7 +172,8 @@ TEST(MStlFileReaderBinary, CountsSizesAndBlocks)
         {R::Ok, kMultiple, {Range(0, 2), Range(10, 3)}, twoBlocks},
         {R::SizeMismatch, 0, {}, twoBlocks},
         // Empty blocks in between are solids too.
-        {R::Ok, kMultiple, {{0}, {}, {}, {5}}, h + Word32(1) + Facets(0, 1) + Word32(0) + Word32(0) + Word32(1) + Facets(5, 1)},
+        {R::Ok, kMultiple, {{0}, {}, {}, {5}},
+         h + Word32(1) + Facets(0, 1) + Word32(0) + Word32(0) + Word32(1) + Facets(5, 1)},
         {R::SizeMismatch, kMultiple, {}, cut},
         {R::Ok, kMultiple | kTrailing, {Range(0, 2)}, cut},
         // Fewer than four bytes after a block: the next count cannot be read, also one newline.

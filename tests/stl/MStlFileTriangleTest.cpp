@@ -124,6 +124,12 @@ TEST(MStlFileTriangle, ValidityLooksAtTheCornersOnly)
     const double nan = std::numeric_limits<double>::quiet_NaN();
     const double inf = std::numeric_limits<double>::infinity();
     EXPECT_TRUE(MakeFacet(Point(nan, nan, nan), Point(), Point(), Point()).IsValid());
+    std::string bytes = kSampleBinary; // a binary facet with a NaN normal and finite corners reads as valid
+    bytes.replace(0, 4, "\0\0\xC0\x7F", 4);
+    bytes[35] = 0x3F; // third corner z: +inf -> 1.0
+    std::istringstream stream(bytes);
+    MStlFileTriangle f;
+    EXPECT_TRUE(f.ReadBinary(stream) && std::isnan(f.GetNormal()[0]));
     for (int i = 0; i < 27; ++i)
     {
         MStlFileTriangle g;

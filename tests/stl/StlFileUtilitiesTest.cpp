@@ -115,6 +115,9 @@ TEST(StlFileUtilities, VerifyHeaderConsistency)
         std::string bytes;
         bool consistent;
     } rows[] = {
+        {BinaryFile("x", 2, 100), true}, // 84 + 2 * 50 = 184 bytes
+        {BinaryFile("x", 2, 100, std::string(1, '\0')),
+         false}, // 185: a further count is read, the walk overshoots
         {BinaryFile("x", 2, 100, Word32(3) + std::string(150, '\0')), true},
         {BinaryFile("x", 0, 0, Word32(0) + Word32(0)), true},
         {BinaryFile("x", 1, 50, Word32(3) + std::string(149, '\0')), false},
