@@ -1,3 +1,5 @@
+#include "MStlFileTriangleBinary.h"
+
 #include <KelSDK/Common/Progress.h>
 #include <KelSDK/Common/StringConversion.h>
 #include <KelSDK/FileIO/MFile.h>
@@ -7,6 +9,7 @@
 #include <KelSDK/Triangles/IO/MStlFileWriter.h>
 
 #include <cmath>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -46,6 +49,126 @@ inline void PrefetchCorners(const MStlTriangle& triangle)
     __builtin_prefetch(triangle.GetPoint0());
     __builtin_prefetch(triangle.GetPoint1());
     __builtin_prefetch(triangle.GetPoint2());
+#else
+    (void)triangle;
+#endif
+}
+
+// Binary facets without a write transformation are encoded straight into a block of this many
+// 50-byte records, which goes to the file in one write.
+constexpr size_t FacetsPerBlock = 4096;
+// The normals of this many records are finished together (a divisor of FacetsPerBlock).
+constexpr size_t NormalBatch = 64;
+
+inline bool SamePosition(const MStlPoint& a, const MStlPoint& b)
+{
+    return &a == &b || (a.GetX() == b.GetX() && a.GetY() == b.GetY() && a.GetZ() == b.GetZ());
+}
+
+// Facet records of a binary file collected into one block. The caller encodes the corners and
+// the attribute word of a record at Next() and hands over the unnormalised normal with Commit;
+// the normals are divided by their lengths a batch at a time, in a loop of independent square
+// roots and divisions that the processor overlaps (facet by facet, each waits for its own). Full blocks, and
+// the rest on Flush, are handed to the file in one write; count grows by the records of each block written.
+class BinaryFacetBlock
+{
+public:
+    BinaryFacetBlock(MFile& file, uint32_t& count)
+        : file_(file), count_(count),
+          bytes_(new unsigned char[FacetsPerBlock * MStlFileTriangle::BINARY_SIZE])
+    {
+    }
+
+    // The 50 bytes of the next record.
+    unsigned char* Next() { return bytes_.get() + used_ * MStlFileTriangle::BINARY_SIZE; }
+    // Takes the record at Next() with the cross product n of its edges; false when a full block
+    // could not be written.
+    bool Commit(const double (&n)[3])
+    {
+        const size_t slot = used_ % NormalBatch;
+        normals_[slot][0] = n[0];
+        normals_[slot][1] = n[1];
+        normals_[slot][2] = n[2];
+        ++used_;
+        if (slot + 1 == NormalBatch)
+            _FinishNormals(NormalBatch);
+        return used_ < FacetsPerBlock || Flush();
+    }
+    // Writes the collected records; false when the file reports an error.
+    bool Flush()
+    {
+        if (used_ % NormalBatch != 0)
+            _FinishNormals(used_ % NormalBatch);
+        if (used_ == 0)
+            return file_.GetStatus() == 0;
+        const bool ok =
+            file_.WRITE(bytes_.get(), used_ * MStlFileTriangle::BINARY_SIZE) && file_.GetStatus() == 0;
+        if (ok)
+            count_ += static_cast<uint32_t>(used_);
+        used_ = 0;
+        return ok;
+    }
+
+private:
+    // The unit normals of the last pending records, narrowed to float: the same operations as
+    // MStlTriangle::GetNormal (the zero vector for a triangle without area).
+    void _FinishNormals(size_t pending)
+    {
+        unsigned char* record = bytes_.get() + (used_ - pending) * MStlFileTriangle::BINARY_SIZE;
+        for (size_t i = 0; i < pending; ++i, record += MStlFileTriangle::BINARY_SIZE)
+        {
+            const double* n = normals_[i];
+            const double length = std::sqrt(n[0] * n[0] + n[1] * n[1] + n[2] * n[2]);
+            float unit[3] = {0.0f, 0.0f, 0.0f};
+            if (length != 0.0)
+            {
+                unit[0] = static_cast<float>(n[0] / length);
+                unit[1] = static_cast<float>(n[1] / length);
+                unit[2] = static_cast<float>(n[2] / length);
+            }
+            Detail::StoreF32(record, unit[0]);
+            Detail::StoreF32(record + 4, unit[1]);
+            Detail::StoreF32(record + 8, unit[2]);
+        }
+    }
+
+    MFile& file_;
+    uint32_t& count_;
+    std::unique_ptr<unsigned char[]> bytes_;
+    size_t used_ = 0;
+    double normals_[NormalBatch][3] = {};
+};
+
+// The corners and attribute word of a binary record (bytes 12 to 49; the normal is the block's)
+// of a triangle of the Standard kind without a write transformation, narrowed exactly as
+// corner * scale would be; returns the cross product of (p1 - p0) and (p2 - p0), term for term
+// as the mesh model's GetNormal computes it.
+inline void EncodeCorners(const MStlPoint& p0, const MStlPoint& p1, const MStlPoint& p2, double scale,
+                          uint16_t attribute, unsigned char* bytes, double (&n)[3])
+{
+    const double ax = double(p1.GetX()) - p0.GetX(), ay = double(p1.GetY()) - p0.GetY(),
+                 az = double(p1.GetZ()) - p0.GetZ();
+    const double bx = double(p2.GetX()) - p0.GetX(), by = double(p2.GetY()) - p0.GetY(),
+                 bz = double(p2.GetZ()) - p0.GetZ();
+    n[0] = ay * bz - az * by;
+    n[1] = az * bx - ax * bz;
+    n[2] = ax * by - ay * bx;
+    const MStlPoint* corners[3] = {&p0, &p1, &p2};
+    for (int k = 0; k < 3; ++k)
+    {
+        unsigned char* q = bytes + 12 + 12 * k;
+        Detail::StoreF32(q, static_cast<float>(double(corners[k]->GetX()) * scale));
+        Detail::StoreF32(q + 4, static_cast<float>(double(corners[k]->GetY()) * scale));
+        Detail::StoreF32(q + 8, static_cast<float>(double(corners[k]->GetZ()) * scale));
+    }
+    bytes[48] = static_cast<unsigned char>(attribute & 0xFF);
+    bytes[49] = static_cast<unsigned char>(attribute >> 8);
+}
+
+inline void PrefetchTriangle(const MStlTriangle* triangle)
+{
+#if defined(__GNUC__) || defined(__clang__)
+    __builtin_prefetch(triangle);
 #else
     (void)triangle;
 #endif
@@ -174,6 +297,8 @@ bool MStlFileWriter::_WriteStandard(const std::shared_ptr<KelSDK::Common::IProgr
         }
         return file.FPRINTF("endsolid %s\n", name.c_str());
     }
+    if (options_.binary && !transformation_)
+        return _WriteBinaryBlocks(reporter);
     MStlIteratorFeatureSurfaceConst it(*mesh_);
     for (it.Begin(); !it.End(); ++it)
     {
@@ -200,6 +325,56 @@ bool MStlFileWriter::_WriteStandard(const std::shared_ptr<KelSDK::Common::IProgr
             return false;
     }
     return true;
+}
+
+// Binary file without a write transformation: the triangles of every surface, in surface order,
+// encoded block by block. Collapsed triangles count as progress but are not written.
+bool MStlFileWriter::_WriteBinaryBlocks(KelSDK::Common::IncrementalProgressReporter& reporter)
+{
+    BinaryFacetBlock block(*file_, facetCount_);
+    const double scale = options_.scale;
+    const bool withColors = options_.withColors;
+    // A triangle without a colour of its own shows the mesh colour; it is written explicitly
+    // unless it is what the header colour already says.
+    const uint32_t headerColor = material_ != nullptr ? (material_->GetRGB() & 0xFFFFFFu) : 0u;
+    const uint32_t meshColor = mesh_->GetRGB();
+    MStlIteratorFeatureSurfaceConst it(*mesh_);
+    for (it.Begin(); !it.End(); ++it)
+    {
+        const std::vector<MStlTriangle*>& triangles = (*it).Triangles();
+        const size_t count = triangles.size();
+        for (size_t t = 0; t < PrefetchDistance && t < count; ++t)
+            PrefetchCorners(*triangles[t]);
+        for (size_t t = 0; t < count; ++t)
+        {
+            // The triangle record itself is fetched twice as far ahead, so that reading its corner
+            // pointers for the prefetch does not wait.
+            if (t + 2 * PrefetchDistance < count)
+                PrefetchTriangle(triangles[t + 2 * PrefetchDistance]);
+            if (t + PrefetchDistance < count)
+                PrefetchCorners(*triangles[t + PrefetchDistance]);
+            ++reporter;
+            const MStlTriangle& triangle = *triangles[t];
+            const MStlPoint& p0 = *triangle.GetPoint0();
+            const MStlPoint& p1 = *triangle.GetPoint1();
+            const MStlPoint& p2 = *triangle.GetPoint2();
+            if (SamePosition(p0, p1) || SamePosition(p1, p2) || SamePosition(p0, p2))
+                continue;
+            uint16_t attribute = 0;
+            if (withColors)
+            {
+                MStlColor color = triangle.GetColor();
+                if (!color.IsDefined() && meshColor != headerColor)
+                    color.SetRGB(meshColor);
+                attribute = MStlColor::ConvertTo16BitValue(color);
+            }
+            double n[3];
+            EncodeCorners(p0, p1, p2, scale, attribute, block.Next(), n);
+            if (!block.Commit(n))
+                return false;
+        }
+    }
+    return block.Flush();
 }
 
 // facet is a scratch record reused for every triangle; every field is set here.

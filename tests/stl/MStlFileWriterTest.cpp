@@ -9,6 +9,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <random>
 #include <string>
 
 using namespace KelSDK::Triangles::Data;
@@ -304,5 +305,96 @@ TEST(MStlFileWriter, CompactAndOnDiskStores)
         EXPECT_EQ(text.substr(text.size() - 15), "endsolid store\n") << kind;
         EXPECT_NE(text.find("vertex 0.00000000 0.00000000 1.00000000\n"), std::string::npos) << kind;
     }
+}
+// The records a binary file must hold for the mesh: for every surface in order, every triangle
+// with corners at distinct positions, encoded by MStlFileTriangle from GetNormal() and the scaled
+// corners, with the colour word of the triangle (or of the mesh, when it differs from the header).
+std::string ExpectedRecords(const MStlBase& mesh, double scale, bool withColors, uint32_t& count)
+{
+    std::string records;
+    count = 0;
+    const uint32_t headerColor = mesh.GetMaterial().GetRGB() & 0xFFFFFFu;
+    MStlIteratorFeatureSurfaceConst it(mesh);
+    for (it.Begin(); !it.End(); ++it)
+        for (const MStlTriangle* triangle : (*it).Triangles())
+        {
+            if (triangle->IsCollapsed())
+                continue;
+            MStlFileTriangle facet;
+            facet.SetNormal(triangle->GetNormal());
+            for (int k = 0; k < 3; ++k)
+            {
+                const MStlPoint* p = triangle->GetPoint(k);
+                facet.SetVertex(k, MStlFileTriangle::Point(p->GetX(), p->GetY(), p->GetZ()) * scale);
+            }
+            MStlColor color = triangle->GetColor();
+            if (!color.IsDefined() && mesh.GetRGB() != headerColor)
+                color.SetRGB(mesh.GetRGB());
+            facet.SetAttribute(withColors ? MStlColor::ConvertTo16BitValue(color) : uint16_t(0));
+            unsigned char bytes[MStlFileTriangle::BINARY_SIZE];
+            facet.EncodeBinary(bytes);
+            records.append(reinterpret_cast<const char*>(bytes), sizeof bytes);
+            ++count;
+        }
+    return records;
+}
+
+// Binary records are encoded block by block, with the normals finished in batches: many random
+// triangles (tiny, huge and flat ones, collapsed ones, over several blocks and a partial last
+// batch, on three surfaces) must give exactly the bytes of the per-facet encoding of
+// GetNormal() and the scaled corners, with and without colours.
+TEST(MStlFileWriter, BinaryRecordsMatchPerFacetEncodingOnRandomTriangles)
+{
+    TempDir dir;
+    MStlBase mesh;
+    std::mt19937 random(20261121);
+    std::vector<std::array<int, 3>> points;
+    const int ranges[] = {3, 1000, 1 << 20, 2147483647};
+    for (int range : ranges)
+    {
+        std::uniform_int_distribution<int> coordinate(-range, range);
+        for (int i = 0; i < 3000; ++i)
+            points.push_back({coordinate(random), coordinate(random), coordinate(random)});
+    }
+    points.push_back(points[5]); // the same position as point 5, under another index
+    std::uniform_int_distribution<int> rangeOf(0, 3);
+    std::uniform_int_distribution<int> inRange(0, 2999);
+    std::uniform_int_distribution<int> surfaceOf(0, 2);
+    std::vector<std::vector<std::array<size_t, 3>>> triangles(3);
+    for (int t = 0; t < 20011; ++t)
+    {
+        // Corners from one coordinate range, so that small and large triangles both occur.
+        const size_t base = static_cast<size_t>(3000 * rangeOf(random));
+        triangles[surfaceOf(random)].push_back(
+            {base + size_t(inRange(random)), base + size_t(inRange(random)), base + size_t(inRange(random))});
+    }
+    triangles[0].push_back({5, 12000, 7}); // collapsed: two points at one position
+    triangles[1].push_back({8, 8, 9});     // collapsed: one point twice
+    triangles[2].push_back({3000, 3000, 3000});
+    std::vector<MStlSurface*> surfaces = {mesh.GetMainSurface(), mesh.AddSurface(nullptr),
+                                          mesh.AddSurface(nullptr)};
+    std::vector<MStlTriangle*> created;
+    ASSERT_TRUE(mesh.Create(points, triangles, &surfaces, nullptr, &created));
+    for (size_t t = 0; t < created.size(); t += 3)
+        created[t]->SetColor(MStlColor(static_cast<uint32_t>(t * 2654435761u)));
+    mesh.SetRGB(0x00FF00u);
+
+    for (const bool withColors : {false, true})
+        for (const double scale : {1.0, 1e-4, 3.7})
+        {
+            uint32_t count = 0;
+            const std::string expected = ExpectedRecords(mesh, scale, withColors, count);
+            // Random corners repeat now and then (and the three added triangles are collapsed).
+            ASSERT_GT(count, 19000u);
+            ASSERT_LT(count, 20011u);
+            ASSERT_TRUE(Write(mesh, dir.File("r.stl"), MStlWriteOptions(scale, true, withColors, false)));
+            const std::string bytes = ReadBytes(dir.File("r.stl"));
+            ASSERT_EQ(bytes.size(), 84u + expected.size()) << withColors << ' ' << scale;
+            EXPECT_EQ(bytes.substr(80, 4), Bytes({int(count & 0xFF), int(count >> 8), 0, 0}));
+            size_t differing = 0;
+            for (size_t at = 0; at < expected.size(); at += 50)
+                differing += bytes.compare(84 + at, 50, expected, at, 50) != 0;
+            EXPECT_EQ(differing, 0u) << withColors << ' ' << scale;
+        }
 }
 } // namespace

@@ -11,7 +11,8 @@
 namespace KelSDK::Common
 {
 class IProgressDelegate;
-}
+class IncrementalProgressReporter;
+} // namespace KelSDK::Common
 namespace KelSDK::FileIO
 {
 class MFile;
@@ -81,6 +82,7 @@ public:
 
 private:
     bool _WriteStandard(const std::shared_ptr<KelSDK::Common::IProgressDelegate>& progress);
+    bool _WriteBinaryBlocks(KelSDK::Common::IncrementalProgressReporter& reporter);
     bool _WriteHybrid();
     bool _WriteTriangle(const KelSDK::Triangles::Data::MStlTriangle& triangle, MStlFileTriangle& facet);
     bool _WriteFacet(MStlFileTriangle& facet, KelSDK::Math::point<double, 3> normal,
