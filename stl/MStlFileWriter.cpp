@@ -66,10 +66,11 @@ inline bool SamePosition(const MStlPoint& a, const MStlPoint& b)
 }
 
 // Facet records of a binary file collected into one block. The caller encodes the corners and
-// the attribute word of a record at Next() and hands over the unnormalised normal with Commit;
-// the normals are divided by their lengths a batch at a time, in a loop of independent square
-// roots and divisions that the processor overlaps (facet by facet, each waits for its own). Full blocks, and
-// the rest on Flush, are handed to the file in one write; count grows by the records of each block written.
+// the attribute word of a record at Next() and hands over the unnormalised normal with Commit.
+// The normals are divided by their lengths a batch at a time: in one loop of independent square
+// roots and divisions the processor overlaps them, where facet by facet each waited for its own.
+// Full blocks, and the rest on Flush, go to the file in one write; count grows by the records of
+// each block written.
 class BinaryFacetBlock
 {
 public:
@@ -141,8 +142,8 @@ private:
 
 // The corners and attribute word of a binary record (bytes 12 to 49; the normal is the block's)
 // of a triangle of the Standard kind without a write transformation, narrowed exactly as
-// corner * scale would be; returns the cross product of (p1 - p0) and (p2 - p0), term for term
-// as the mesh model's GetNormal computes it.
+// corner * scale would be. n receives the cross product of (p1 - p0) and (p2 - p0), the same
+// expressions as the mesh model's GetNormal, so that the stored normal is float(GetNormal()).
 inline void EncodeCorners(const MStlPoint& p0, const MStlPoint& p1, const MStlPoint& p2, double scale,
                           uint16_t attribute, unsigned char* bytes, double (&n)[3])
 {
