@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <filesystem>
@@ -16,12 +17,13 @@
 
 namespace StlBuildTest
 {
-using Facets = std::vector<std::vector<KelSDK::Triangles::IO::MStlFileTriangle>>;
+using KelSDK::Triangles::IO::MStlFileTriangle;
+using Facets = std::vector<std::vector<MStlFileTriangle>>;
+using Corner = std::array<double, 3>;
 
-inline KelSDK::Triangles::IO::MStlFileTriangle Facet(std::array<double, 3> a, std::array<double, 3> b,
-                                                     std::array<double, 3> c, uint16_t attribute = 0)
+inline MStlFileTriangle Facet(Corner a, Corner b, Corner c, uint16_t attribute = 0)
 {
-    KelSDK::Triangles::IO::MStlFileTriangle f;
+    MStlFileTriangle f;
     f.SetVertex(0, {a[0], a[1], a[2]});
     f.SetVertex(1, {b[0], b[1], b[2]});
     f.SetVertex(2, {c[0], c[1], c[2]});
@@ -32,10 +34,10 @@ inline KelSDK::Triangles::IO::MStlFileTriangle Facet(std::array<double, 3> a, st
 // Grid coordinates of a triangle's corners in corner order.
 inline std::array<std::array<int, 3>, 3> Corners(const KelSDK::Triangles::Data::MStlTriangle& t)
 {
-    std::array<std::array<int, 3>, 3> c{};
-    for (int k = 0; k < 3; ++k)
-        c[k] = {t.GetPoint(k)->GetX(), t.GetPoint(k)->GetY(), t.GetPoint(k)->GetZ()};
-    return c;
+    auto corner = [&t](int k) {
+        return std::array<int, 3>{t.GetPoint(k)->GetX(), t.GetPoint(k)->GetY(), t.GetPoint(k)->GetZ()};
+    };
+    return {corner(0), corner(1), corner(2)};
 }
 
 inline std::vector<const KelSDK::Triangles::Data::MStlTriangle*>
@@ -55,8 +57,7 @@ public:
     {
         const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
         std::string name = "kel_stlbuild_" + std::string(info->test_suite_name()) + "_" + info->name();
-        for (char& c : name)
-            c = (c == '/' || c == '\\') ? '_' : c; // parameterised tests carry slashes
+        std::replace(name.begin(), name.end(), '/', '_'); // parameterised tests carry slashes
         path_ = std::filesystem::temp_directory_path() / name;
         std::filesystem::remove_all(path_);
         std::filesystem::create_directories(path_);
@@ -80,7 +81,6 @@ inline std::string ReadBytes(const std::filesystem::path& path)
 
 inline void WriteBytes(const std::filesystem::path& path, const std::string& bytes)
 {
-    std::ofstream out(path, std::ios::binary);
-    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    std::ofstream(path, std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
 }
 } // namespace StlBuildTest
