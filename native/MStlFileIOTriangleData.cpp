@@ -60,6 +60,54 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadStlColorInfo(MStlBase& mesh)
     return _SetError(LoadTag(kTagColorEnd));
 }
 
+namespace
+{
+// Body shared by the mark and visibility sections: u32 triangle count | one u8 per triangle, in
+// triangle order. Only the Standard kind holds the values; the other kinds write fill for each.
+template <typename ByteOf>
+void WriteTriangleBytes(KelSDK::FileIO::MFile& file, MStlBase& mesh, bool standard, unsigned char fill,
+                        ByteOf byteOf)
+{
+    const uint32_t count = static_cast<uint32_t>(mesh.NumberOfTriangles());
+    file.WRITE(&count, 1);
+    std::vector<unsigned char> values(count, fill);
+    if (standard)
+    {
+        size_t i = 0;
+        for (auto it = mesh.BeginTriangle(); it != mesh.EndTriangle() && i < count; ++it)
+            values[i++] = byteOf(*it);
+    }
+    file.WRITE(values.data(), values.size());
+}
+
+// Reads the body that WriteTriangleBytes writes and, for the Standard kind, hands each triangle
+// its byte. Returns 0; 7 on a failed read or a count beyond the bytes left; countMismatch on a
+// count that differs from the mesh's triangle count.
+template <typename Apply>
+MStlFileIO::MErrorCode ReadTriangleBytes(KelSDK::FileIO::MFile& file, MStlBase& mesh, bool standard,
+                                         MStlFileIO::MErrorCode countMismatch, Apply apply)
+{
+    uint32_t count = 0;
+    file.READ(&count, 1);
+    if (file.GetStatus() != 0)
+        return eStlFileIOBadFormat;
+    if (count != mesh.NumberOfTriangles())
+        return countMismatch;
+    const int64_t remaining = file.GetRemaining();
+    if (count > (remaining > 0 ? static_cast<uint64_t>(remaining) : 0))
+        return eStlFileIOBadFormat;
+    std::vector<unsigned char> values(count);
+    file.READ(values.data(), values.size());
+    if (standard)
+    {
+        size_t i = 0;
+        for (auto it = mesh.BeginTriangle(); it != mesh.EndTriangle() && i < count; ++it)
+            apply(*it, values[i++]);
+    }
+    return eStlFileIOSuccess;
+}
+} // namespace
+
 // Triangle marks:
 //   u8 20 | u32 triangle count (must equal the mesh's) | one u8 mark per triangle | u8 21
 // Triangle visibilities:
@@ -70,16 +118,8 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadStlColorInfo(MStlBase& mesh)
 MStlFileIO::MErrorCode MStlFileIO::_SaveStlTriangleMarkInfo(MStlBase& mesh)
 {
     SaveTag(kTagMarksBegin);
-    const uint32_t count = static_cast<uint32_t>(mesh.NumberOfTriangles());
-    file_->WRITE(&count, 1);
-    std::vector<unsigned char> marks(count, 0);
-    if (storageKind_ == eStlStandard)
-    {
-        size_t i = 0;
-        for (auto it = mesh.BeginTriangle(); it != mesh.EndTriangle() && i < count; ++it)
-            marks[i++] = it->GetMark();
-    }
-    file_->WRITE(marks.data(), marks.size());
+    WriteTriangleBytes(*file_, mesh, storageKind_ == eStlStandard, 0,
+                       [](const MStlTriangle& triangle) { return triangle.GetMark(); });
     SaveTag(kTagMarksEnd);
     return eStlFileIOSuccess;
 }
@@ -88,22 +128,11 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadStlTriangleMarkInfo(MStlBase& mesh)
 {
     if (LoadTag(kTagMarksBegin) != eStlFileIOSuccess)
         return lastError_;
-    uint32_t count = 0;
-    file_->READ(&count, 1);
-    if (_FileFailed())
-        return _SetError(eStlFileIOBadFormat);
-    if (count != mesh.NumberOfTriangles())
-        return _SetError(eStlFileIOMarkCountMismatch);
-    if (count > _Remaining())
-        return _SetError(eStlFileIOBadFormat);
-    std::vector<unsigned char> marks(count);
-    file_->READ(marks.data(), marks.size());
-    if (storageKind_ == eStlStandard)
-    {
-        size_t i = 0;
-        for (auto it = mesh.BeginTriangle(); it != mesh.EndTriangle() && i < count; ++it)
-            it->SetMark(marks[i++]);
-    }
+    const MErrorCode code =
+        ReadTriangleBytes(*file_, mesh, storageKind_ == eStlStandard, eStlFileIOMarkCountMismatch,
+                          [](MStlTriangle& triangle, unsigned char mark) { triangle.SetMark(mark); });
+    if (code != eStlFileIOSuccess)
+        return _SetError(code);
     mesh.GetMarkInterface().InvalidateValidity();
     return _SetError(LoadTag(kTagMarksEnd));
 }
@@ -111,16 +140,9 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadStlTriangleMarkInfo(MStlBase& mesh)
 MStlFileIO::MErrorCode MStlFileIO::_SaveStlTriangleVisibilityInfo(MStlBase& mesh)
 {
     SaveTag(kTagVisibilityBegin);
-    const uint32_t count = static_cast<uint32_t>(mesh.NumberOfTriangles());
-    file_->WRITE(&count, 1);
-    std::vector<unsigned char> visible(count, 1);
-    if (storageKind_ == eStlStandard)
-    {
-        size_t i = 0;
-        for (auto it = mesh.BeginTriangle(); it != mesh.EndTriangle() && i < count; ++it)
-            visible[i++] = it->IsVisible() ? 1 : 0;
-    }
-    file_->WRITE(visible.data(), visible.size());
+    WriteTriangleBytes(*file_, mesh, storageKind_ == eStlStandard, 1,
+                       [](const MStlTriangle& triangle) -> unsigned char
+                       { return triangle.IsVisible() ? 1 : 0; });
     SaveTag(kTagVisibilityEnd);
     return eStlFileIOSuccess;
 }
@@ -129,27 +151,17 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadStlTriangleVisibilityInfo(MStlBase& mesh
 {
     if (LoadTag(kTagVisibilityBegin) != eStlFileIOSuccess)
         return lastError_;
-    uint32_t count = 0;
-    file_->READ(&count, 1);
-    if (_FileFailed())
-        return _SetError(eStlFileIOBadFormat);
-    if (count != mesh.NumberOfTriangles())
-        return _SetError(eStlFileIOVisibilityCountMismatch);
-    if (count > _Remaining())
-        return _SetError(eStlFileIOBadFormat);
-    std::vector<unsigned char> visible(count);
-    file_->READ(visible.data(), visible.size());
-    if (storageKind_ == eStlStandard)
-    {
-        size_t i = 0;
-        for (auto it = mesh.BeginTriangle(); it != mesh.EndTriangle() && i < count; ++it)
-        {
-            if (visible[i++] != 0)
-                it->MakeVisible();
-            else
-                it->MakeInvisible();
-        }
-    }
+    const MErrorCode code =
+        ReadTriangleBytes(*file_, mesh, storageKind_ == eStlStandard, eStlFileIOVisibilityCountMismatch,
+                          [](MStlTriangle& triangle, unsigned char visible)
+                          {
+                              if (visible != 0)
+                                  triangle.MakeVisible();
+                              else
+                                  triangle.MakeInvisible();
+                          });
+    if (code != eStlFileIOSuccess)
+        return _SetError(code);
     mesh.InvalidateTriangleVisibilities();
     return _SetError(LoadTag(kTagVisibilityEnd));
 }
