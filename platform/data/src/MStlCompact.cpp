@@ -1,3 +1,4 @@
+#include "ParentBoundingBox.h"
 #include "VertexHashIndex.h"
 
 #include <KelSDK/Triangles/Data/MStlBase.h>
@@ -156,13 +157,6 @@ void MStlCompact::Clear()
 
 void MStlCompactHybrid::UpdateParentBoundingBox()
 {
-    if (!parent_)
-        return;
-    int e[6];
-    KelSDK::Math::boundingbox<int, 3> box;
-    if (GetExtremes(e))
-        box = KelSDK::Math::boundingbox<int, 3>(KelSDK::Math::point<int, 3>(e[0], e[2], e[4]),
-                                                KelSDK::Math::point<int, 3>(e[1], e[3], e[5]));
-    parent_->SetBoundingBox(box);
+    UpdateParentBoundingBoxOf(*this, parent_);
 }
 } // namespace KelSDK::Triangles::Data

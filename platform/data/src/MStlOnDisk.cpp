@@ -1,3 +1,4 @@
+#include "ParentBoundingBox.h"
 #include "TempFile.h"
 #include "VertexHashIndex.h"
 
@@ -185,14 +186,7 @@ bool MStlOnDisk::AddColor(const MStlColor& color)
 
 void MStlOnDisk::UpdateParentBoundingBox()
 {
-    if (!parent_)
-        return;
-    int e[6];
-    KelSDK::Math::boundingbox<int, 3> box;
-    if (GetExtremes(e))
-        box = KelSDK::Math::boundingbox<int, 3>(KelSDK::Math::point<int, 3>(e[0], e[2], e[4]),
-                                                KelSDK::Math::point<int, 3>(e[1], e[3], e[5]));
-    parent_->SetBoundingBox(box);
+    UpdateParentBoundingBoxOf(*this, parent_);
 }
 
 size_t MStlOnDisk::GetNumVertices() const
