@@ -308,7 +308,7 @@ int64_t MFile::Tell()
     return bufferOffset_ + static_cast<int64_t>(pos_);
 }
 
-bool MFile::Seek(int64_t absolutePosition)
+bool MFile::_CanSeek(int64_t absolutePosition)
 {
     if (mode_ == Mode::Closed)
     {
@@ -318,6 +318,15 @@ bool MFile::Seek(int64_t absolutePosition)
     if (absolutePosition < 0 || absolutePosition > GetSize())
     {
         _SetError(StatusSeekFailed);
+        return false;
+    }
+    return true;
+}
+
+bool MFile::Seek(int64_t absolutePosition)
+{
+    if (!_CanSeek(absolutePosition))
+    {
         return false;
     }
     if (mode_ == Mode::Read)

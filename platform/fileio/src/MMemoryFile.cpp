@@ -133,14 +133,8 @@ bool MMemoryFile::_WriteSlow(const unsigned char* src, size_t bytes)
 
 bool MMemoryFile::Seek(int64_t absolutePosition)
 {
-    if (mode_ == Mode::Closed)
+    if (!_CanSeek(absolutePosition))
     {
-        _SetError(StatusNotOpen);
-        return false;
-    }
-    if (absolutePosition < 0 || absolutePosition > GetSize())
-    {
-        _SetError(StatusSeekFailed);
         return false;
     }
     if (mode_ == Mode::Write)

@@ -249,6 +249,9 @@ protected:
     void _SetError(int status);
     // Resets the buffer state to closed.
     void _ResetBuffer();
+    // Seek's checks: false (status set) when the file is closed or the position is outside
+    // [0, GetSize()].
+    bool _CanSeek(int64_t absolutePosition);
 
     // The buffer: bytes [0, readEnd_) are valid when reading, [0, writeEnd_) may be filled when
     // writing; pos_ is the cursor. bufferOffset_ is the file position of buffer_[0].
