@@ -15,16 +15,6 @@ using KelSDK::FileIO::MMemoryFile;
 
 namespace
 {
-// Formats through a small-buffered memory file and returns the text.
-template <typename... Args> std::string Format(const char* format, Args... args)
-{
-    MMemoryFile file;
-    EXPECT_TRUE(file.OpenWrite());
-    EXPECT_TRUE(file.FPRINTF(format, args...)) << format;
-    EXPECT_TRUE(file.Close());
-    return std::string(file.GetData().begin(), file.GetData().end());
-}
-
 #if defined(__GNUC__)
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
@@ -38,7 +28,8 @@ template <typename... Args> std::string Reference(const char* format, Args... ar
     return n < 0 ? std::string() : std::string(text, static_cast<size_t>(n));
 }
 
-template <typename... Args> std::string FormatRuntime(const char* format, Args... args)
+// Formats through a small-buffered memory file and returns the text.
+template <typename... Args> std::string Format(const char* format, Args... args)
 {
     MMemoryFile file;
     EXPECT_TRUE(file.OpenWrite());
@@ -103,7 +94,7 @@ TEST(MFileFormat, AgreesWithPrintfInTheCLocale)
     {
         for (double value : values)
         {
-            EXPECT_EQ(FormatRuntime(format, value), Reference(format, value)) << format << " of " << value;
+            EXPECT_EQ(Format(format, value), Reference(format, value)) << format << " of " << value;
         }
     }
     const long double extended = 1.25L;
