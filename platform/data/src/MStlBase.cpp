@@ -84,6 +84,36 @@ MStlPoint* MStlBase::CreatePoint(int x, int y, int z)
     return p;
 }
 
+MStlPoint* MStlBase::_AppendPointRun(std::vector<std::array<int, 3>>& points,
+                                     std::vector<MStlPoint*>* createdPoints)
+{
+    const size_t n = points.size();
+    MStlPoint* base = nullptr;
+    if (n > 0)
+    {
+        base = points_.Reserve(n);
+        bool sorted = true;
+        for (size_t i = 0; i < n; ++i)
+        {
+            MStlPoint* p = new (base + i) MStlPoint(points[i][0], points[i][1], points[i][2]);
+            p->next_ = base + i + 1;
+            if (i > 0 && sorted && MStlPoint::LessZXY(*p, base[i - 1]))
+                sorted = false;
+        }
+        points = std::vector<std::array<int, 3>>();
+        points_.Commit(n);
+        pointList_._Append(base, base + n - 1, n);
+        pointList_._IndexNewPoints(base, n, sorted);
+    }
+    if (createdPoints)
+    {
+        createdPoints->resize(n);
+        for (size_t i = 0; i < n; ++i)
+            (*createdPoints)[i] = base + i;
+    }
+    return base;
+}
+
 bool MStlBase::CreatePoints(std::vector<std::array<int, 3>> points, std::vector<MStlPoint*>* createdPoints)
 {
     if (hybrid_.GetState() != eStlStandard)
@@ -94,25 +124,7 @@ bool MStlBase::CreatePoints(std::vector<std::array<int, 3>> points, std::vector<
     if (n == 0)
         return true;
     const size_t firstIndex = points_.Size();
-    MStlPoint* base = points_.Reserve(n);
-    bool sorted = true;
-    for (size_t i = 0; i < n; ++i)
-    {
-        MStlPoint* p = new (base + i) MStlPoint(points[i][0], points[i][1], points[i][2]);
-        p->next_ = base + i + 1;
-        if (i > 0 && sorted && MStlPoint::LessZXY(*p, base[i - 1]))
-            sorted = false;
-    }
-    points = std::vector<std::array<int, 3>>();
-    points_.Commit(n);
-    pointList_._Append(base, base + n - 1, n);
-    pointList_._IndexNewPoints(base, n, sorted);
-    if (createdPoints)
-    {
-        createdPoints->resize(n);
-        for (size_t i = 0; i < n; ++i)
-            (*createdPoints)[i] = base + i;
-    }
+    _AppendPointRun(points, createdPoints);
     validity_.InvalidateBoundingBox();
     _NotifyPointsAdded(firstIndex, n);
     return true;
@@ -173,29 +185,7 @@ bool MStlBase::Create(std::vector<std::array<int, 3>> points,
 
     // Points: one contiguous run, so that input index i is base + i.
     const size_t firstPoint = points_.Size();
-    MStlPoint* base = nullptr;
-    if (numPoints > 0)
-    {
-        base = points_.Reserve(numPoints);
-        bool sorted = true;
-        for (size_t i = 0; i < numPoints; ++i)
-        {
-            MStlPoint* p = new (base + i) MStlPoint(points[i][0], points[i][1], points[i][2]);
-            p->next_ = base + i + 1;
-            if (i > 0 && sorted && MStlPoint::LessZXY(*p, base[i - 1]))
-                sorted = false;
-        }
-        points = std::vector<std::array<int, 3>>();
-        points_.Commit(numPoints);
-        pointList_._Append(base, base + numPoints - 1, numPoints);
-        pointList_._IndexNewPoints(base, numPoints, sorted);
-    }
-    if (createdPoints)
-    {
-        createdPoints->resize(numPoints);
-        for (size_t i = 0; i < numPoints; ++i)
-            (*createdPoints)[i] = base + i;
-    }
+    MStlPoint* const base = _AppendPointRun(points, createdPoints);
 
     // Triangles: one contiguous run in input order.
     if (createdTriangles)

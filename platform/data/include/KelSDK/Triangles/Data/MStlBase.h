@@ -267,6 +267,11 @@ private:
     friend class MStlBaseImpl;
 
     void _NotifyTrianglesAdded(size_t first, size_t count);
+    // Places the points as one run at the end of the point store (input index i is the result
+    // + i), links and indexes them, frees the input and lists them in *createdPoints when given;
+    // nullptr for no points.
+    MStlPoint* _AppendPointRun(std::vector<std::array<int, 3>>& points,
+                               std::vector<MStlPoint*>* createdPoints);
     void _NotifyPointsAdded(size_t first, size_t count);
     void _ClearGeometry();
 
