@@ -5,6 +5,37 @@
 
 namespace KelSDK::Triangles::Data
 {
+namespace
+{
+// The owner lists of features, curve sets, borders and textures hold their items by unique_ptr.
+
+// The item at index; nullptr past the end.
+template <typename T> T* ItemAt(const std::vector<std::unique_ptr<T>>& items, size_t index)
+{
+    return index < items.size() ? items[index].get() : nullptr;
+}
+
+// The position of item in the list; SIZE_MAX when the list does not hold it.
+template <typename T> size_t IndexOfItem(const std::vector<std::unique_ptr<T>>& items, const T* item)
+{
+    for (size_t i = 0; i < items.size(); ++i)
+        if (items[i].get() == item)
+            return i;
+    return SIZE_MAX;
+}
+
+// Removes and destroys item; false when the list does not hold it.
+template <typename T> bool EraseItem(std::vector<std::unique_ptr<T>>& items, const T* item)
+{
+    auto it =
+        std::find_if(items.begin(), items.end(), [item](const auto& owned) { return owned.get() == item; });
+    if (it == items.end())
+        return false;
+    items.erase(it);
+    return true;
+}
+} // namespace
+
 MStlFeatureItem::~MStlFeatureItem() = default;
 MStlSurface::~MStlSurface() = default;
 MStlFeature::~MStlFeature() = default;
@@ -20,15 +51,12 @@ size_t MStlFeature::GetNumSurfaces(bool onlyNonEmpty) const
 
 MStlSurface* MStlFeature::GetSurface(size_t index) const
 {
-    return index < surfaces_.size() ? surfaces_[index].get() : nullptr;
+    return ItemAt(surfaces_, index);
 }
 
 size_t MStlFeature::GetIndexOfSurface(const MStlSurface* surface) const
 {
-    for (size_t i = 0; i < surfaces_.size(); ++i)
-        if (surfaces_[i].get() == surface)
-            return i;
-    return SIZE_MAX;
+    return IndexOfItem(surfaces_, surface);
 }
 
 MStlSurface* MStlFeature::AddNewSurface(const MStlSurface* model)
@@ -101,7 +129,7 @@ MStlCurve& MStlCurveSet::AddCurve(MStlCurve curve)
 
 MStlCurveSet* MStlCurveFeature::GetCurveSet(size_t index) const
 {
-    return index < sets_.size() ? sets_[index].get() : nullptr;
+    return ItemAt(sets_, index);
 }
 
 MStlCurveSet* MStlCurveFeature::AddCurveSet()
@@ -112,16 +140,12 @@ MStlCurveSet* MStlCurveFeature::AddCurveSet()
 
 bool MStlCurveFeature::RemoveCurveSet(MStlCurveSet* set)
 {
-    auto it = std::find_if(sets_.begin(), sets_.end(), [set](const auto& s) { return s.get() == set; });
-    if (it == sets_.end())
-        return false;
-    sets_.erase(it);
-    return true;
+    return EraseItem(sets_, set);
 }
 
 MStlSurfaceBorder* MStlSurfaceBorderList::GetBorder(size_t index) const
 {
-    return index < borders_.size() ? borders_[index].get() : nullptr;
+    return ItemAt(borders_, index);
 }
 
 MStlSurfaceBorder* MStlSurfaceBorderList::AddBorder(MStlSurface* surface)
@@ -132,12 +156,7 @@ MStlSurfaceBorder* MStlSurfaceBorderList::AddBorder(MStlSurface* surface)
 
 bool MStlSurfaceBorderList::RemoveBorder(MStlSurfaceBorder* border)
 {
-    auto it =
-        std::find_if(borders_.begin(), borders_.end(), [border](const auto& b) { return b.get() == border; });
-    if (it == borders_.end())
-        return false;
-    borders_.erase(it);
-    return true;
+    return EraseItem(borders_, border);
 }
 
 void MStlSurfaceBorderList::Forget(const MStlFeatureItem* item)
@@ -159,15 +178,12 @@ MStlTexture::~MStlTexture() = default;
 
 MStlTexture* MStlTextureList::GetTexture(size_t index) const
 {
-    return index < textures_.size() ? textures_[index].get() : nullptr;
+    return ItemAt(textures_, index);
 }
 
 size_t MStlTextureList::GetIndexOfTexture(const MStlTexture* texture) const
 {
-    for (size_t i = 0; i < textures_.size(); ++i)
-        if (textures_[i].get() == texture)
-            return i;
-    return SIZE_MAX;
+    return IndexOfItem(textures_, texture);
 }
 
 MStlTexture* MStlTextureList::AddTexture(std::unique_ptr<MStlTexture> texture)
