@@ -379,6 +379,38 @@ std::vector<std::vector<std::array<size_t, 3>>> SplitIntoSolids(const Solids& so
     }
     return triangles;
 }
+
+// The surface that a Compact or OnDisk store fills: the mesh's first one, made when there is none.
+MStlSurface* FirstSurface(MStlBase& mesh)
+{
+    MStlSurfaceList& surfaces = mesh.GetSurfaceList();
+    if (surfaces.GetNumSurfaces(false) == 0)
+        surfaces.AddNewSurface(nullptr);
+    return surfaces.GetSurface(0);
+}
+
+// Feeds the facets to a Compact or OnDisk store in file order: each corner mapped onto the grid
+// and handed to addVertex(g), which returns its vertex index, then addFacet(v, facet) with the
+// three indices. Returns true when a corner lay outside the grid.
+template <typename AddVertex, typename AddFacet>
+bool FeedStore(const Solids& solids, const GridMapper& mapper, AddVertex addVertex, AddFacet addFacet)
+{
+    bool overflow = false;
+    for (const auto& solid : solids)
+        for (const MStlFileTriangle& facet : solid)
+        {
+            unsigned v[3];
+            for (int k = 0; k < 3; ++k)
+            {
+                int32_t g[3];
+                if (!mapper.Map(Corner(facet, k), g))
+                    overflow = true;
+                v[k] = addVertex(g);
+            }
+            addFacet(v, facet);
+        }
+    return overflow;
+}
 } // namespace
 
 void MStlFileReaderTarget::Convert(MStlBase& mesh, const std::vector<std::vector<MStlFileTriangle>>& solids,
@@ -487,10 +519,7 @@ void MStlFileReaderTarget::_ConvertCompact(MStlBase& mesh,
     }
     store->EnableVertexSharing(false);
     store->BeginAdding();
-    MStlSurfaceList& surfaces = mesh.GetSurfaceList();
-    if (surfaces.GetNumSurfaces(false) == 0)
-        surfaces.AddNewSurface(nullptr);
-    store->SetCurrentSurface(surfaces.GetSurface(0));
+    store->SetCurrentSurface(FirstSurface(mesh));
 
     MStlTriangleColorMask* mask = nullptr;
     if (withColors)
@@ -501,23 +530,15 @@ void MStlFileReaderTarget::_ConvertCompact(MStlBase& mesh,
         mask = masks.GetMainTriangleColorMask();
     }
 
-    overflow_ = false;
-    const GridMapper mapper(transformation);
-    for (const auto& solid : solids)
-        for (const MStlFileTriangle& facet : solid)
+    overflow_ = FeedStore(
+        solids, GridMapper(transformation),
+        [store](const int32_t(&g)[3]) { return store->AddVertexIE(g[0], g[1], g[2]); },
+        [store, mask](const unsigned(&v)[3], const MStlFileTriangle& facet)
         {
-            unsigned v[3];
-            for (int k = 0; k < 3; ++k)
-            {
-                int32_t g[3];
-                if (!mapper.Map(Corner(facet, k), g))
-                    overflow_ = true;
-                v[k] = store->AddVertexIE(g[0], g[1], g[2]);
-            }
             const size_t triangle = store->AddTriangle(v[0], v[1], v[2]);
             if (mask != nullptr && triangle != MStlInvalidIndex)
                 mask->SetInfo(triangle, MStlColor::ConvertFrom16BitValue(facet.GetAttribute()));
-        }
+        });
     store->UpdateParentBoundingBox();
 }
 
@@ -533,30 +554,19 @@ void MStlFileReaderTarget::_ConvertOnDisk(MStlBase& mesh,
     }
     store->OpenWrite(false);
     store->StartAddingVertices();
-    MStlSurfaceList& surfaces = mesh.GetSurfaceList();
-    if (surfaces.GetNumSurfaces(false) == 0)
-        surfaces.AddNewSurface(nullptr);
-    store->StartAddingSurfaceTriangles(surfaces.GetSurface(0));
+    store->StartAddingSurfaceTriangles(FirstSurface(mesh));
     if (withColors)
         store->StartAddingTriangleColors();
 
-    overflow_ = false;
-    const GridMapper mapper(transformation);
-    for (const auto& solid : solids)
-        for (const MStlFileTriangle& facet : solid)
+    overflow_ = FeedStore(
+        solids, GridMapper(transformation),
+        [store](const int32_t(&g)[3]) { return store->AddVertex(g[0], g[1], g[2]); },
+        [store, withColors](const unsigned(&v)[3], const MStlFileTriangle& facet)
         {
-            unsigned v[3];
-            for (int k = 0; k < 3; ++k)
-            {
-                int32_t g[3];
-                if (!mapper.Map(Corner(facet, k), g))
-                    overflow_ = true;
-                v[k] = store->AddVertex(g[0], g[1], g[2]);
-            }
             store->AddSurfaceTriangle(v[0], v[1], v[2]);
             if (withColors)
                 store->AddColor(MStlColor::ConvertFrom16BitValue(facet.GetAttribute()));
-        }
+        });
     store->UpdateParentBoundingBox();
     store->Close();
 }
