@@ -1,3 +1,4 @@
+#include "MStlFacetBox.h"
 #include "MStlFileReaderTargetMemory.h"
 
 #include <KelSDK/Common/Progress.h>
@@ -21,30 +22,6 @@ using KelSDK::Math::point;
 
 namespace
 {
-// Bounding box of every corner of every facet (the normals are not part of it).
-KelSDK::Math::boundingbox<double, 3> MeasureFacets(const std::vector<std::vector<MStlFileTriangle>>& solids)
-{
-    double lo[3], hi[3];
-    for (int a = 0; a < 3; ++a)
-    {
-        lo[a] = std::numeric_limits<double>::max();
-        hi[a] = std::numeric_limits<double>::lowest();
-    }
-    for (const auto& solid : solids)
-        for (const MStlFileTriangle& facet : solid)
-            for (int k = 0; k < 3; ++k)
-            {
-                const point<double, 3>& c = facet.GetVertex(k);
-                for (int a = 0; a < 3; ++a)
-                {
-                    lo[a] = c[a] < lo[a] ? c[a] : lo[a];
-                    hi[a] = c[a] > hi[a] ? c[a] : hi[a];
-                }
-            }
-    return KelSDK::Math::boundingbox<double, 3>(point<double, 3>(lo[0], lo[1], lo[2]),
-                                                point<double, 3>(hi[0], hi[1], hi[2]));
-}
-
 // The facet count of a binary stream's first block, bounded by the bytes that follow the header;
 // 0 when the stream cannot be measured. The stream is left where it was.
 uint64_t FirstBlockFacets(std::istream& stream)
@@ -146,7 +123,7 @@ bool MStlFileReader::Read(std::shared_ptr<KelSDK::Common::IProgressDelegate> pro
     facetCount_ = 0;
     for (const auto& solid : facets)
         facetCount_ += solid.size();
-    boundingBox_ = MeasureFacets(facets);
+    boundingBox_ = MeasureFacetCorners(facets);
     if (target_ == nullptr)
         return true;
 

@@ -1,3 +1,4 @@
+#include "MStlFacetBox.h"
 #include "MStlFileReaderTargetMemory.h"
 
 #include <KelSDK/Common/StringConversion.h>
@@ -143,27 +144,6 @@ unsigned BitsFor(uint64_t span)
 using Solids = std::vector<std::vector<MStlFileTriangle>>;
 
 // The box of all corners in file coordinates; NaN values are left out (their corners overflow).
-KelSDK::Math::boundingbox<double, 3> MeasureCorners(const Solids& solids)
-{
-    double lo[3], hi[3];
-    for (int a = 0; a < 3; ++a)
-    {
-        lo[a] = std::numeric_limits<double>::max();
-        hi[a] = std::numeric_limits<double>::lowest();
-    }
-    for (const auto& solid : solids)
-        for (const MStlFileTriangle& facet : solid)
-            for (int k = 0; k < 3; ++k)
-            {
-                const point<double, 3>& c = Corner(facet, k);
-                for (int a = 0; a < 3; ++a)
-                {
-                    lo[a] = c[a] < lo[a] ? c[a] : lo[a];
-                    hi[a] = c[a] > hi[a] ? c[a] : hi[a];
-                }
-            }
-    return {point<double, 3>(lo[0], lo[1], lo[2]), point<double, 3>(hi[0], hi[1], hi[2])};
-}
 
 // The packed layout for a box of the corners, or false when its grid image needs more than 64 key
 // bits or does not fit the integer range. Rounding (c + offset) * scale is monotonic in c on each
@@ -469,8 +449,8 @@ void MStlFileReaderTarget::_ConvertStandard(MStlBase& mesh,
     std::vector<std::vector<std::array<size_t, 3>>> triangles;
     {
         Merge merge;
-        overflow_ =
-            MergeCorners(solids, facetCount, cornerBox ? *cornerBox : MeasureCorners(solids), mapper, merge);
+        overflow_ = MergeCorners(solids, facetCount, cornerBox ? *cornerBox : MeasureFacetCorners(solids),
+                                 mapper, merge);
         triangles = SplitIntoSolids(solids, merge, degenerate);
         points = std::move(merge.points);
     }

@@ -36,7 +36,7 @@ namespace
 // width taken from an argument must not make one conversion write gigabytes.
 constexpr int kLargestField = 100000;
 
-struct Spec
+struct Conversion
 {
     bool left = false;      // '-'
     bool plus = false;      // '+'
@@ -64,25 +64,25 @@ locale_t CLocale()
 #endif
 
 // Rebuilds the printf text of one conversion ("%-08.3Lf") for the snprintf fallback.
-std::string SpecText(const Spec& spec)
+std::string ConversionText(const Conversion& conv)
 {
     std::string text = "%";
-    if (spec.left)
+    if (conv.left)
         text += '-';
-    if (spec.plus)
+    if (conv.plus)
         text += '+';
-    if (spec.space)
+    if (conv.space)
         text += ' ';
-    if (spec.alternate)
+    if (conv.alternate)
         text += '#';
-    if (spec.zero)
+    if (conv.zero)
         text += '0';
-    if (spec.width >= 0)
-        text += std::to_string(spec.width);
-    if (spec.precision >= 0)
-        text += '.' + std::to_string(spec.precision);
-    text += spec.length;
-    text += spec.conversion;
+    if (conv.width >= 0)
+        text += std::to_string(conv.width);
+    if (conv.precision >= 0)
+        text += '.' + std::to_string(conv.precision);
+    text += conv.length;
+    text += conv.conversion;
     return text;
 }
 
@@ -91,9 +91,9 @@ std::string SpecText(const Spec& spec)
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 #endif
 // One conversion through the C library under the "C" locale, its text stored in out.
-template <typename Value> bool FormatWithCLibrary(const Spec& spec, Value value, std::string& out)
+template <typename Value> bool FormatWithCLibrary(const Conversion& conv, Value value, std::string& out)
 {
-    const std::string format = SpecText(spec);
+    const std::string format = ConversionText(conv);
     char small[256];
 #if defined(_WIN32)
     int n = _snprintf_l(small, sizeof(small), format.c_str(), CLocale(), value);
@@ -129,8 +129,8 @@ template <typename Value> bool FormatWithCLibrary(const Spec& spec, Value value,
 #endif
 
 // Writes body (a number as to_chars made it, with its '-' if any) with the sign flags, zero
-// padding and width of spec.
-bool WritePadded(MFile& file, const Spec& spec, const char* body, size_t length, bool zeroAllowed)
+// padding and width of conv.
+bool WritePadded(MFile& file, const Conversion& conv, const char* body, size_t length, bool zeroAllowed)
 {
     char sign = 0;
     if (length != 0 && body[0] == '-')
@@ -139,16 +139,16 @@ bool WritePadded(MFile& file, const Spec& spec, const char* body, size_t length,
         ++body;
         --length;
     }
-    else if (spec.plus)
+    else if (conv.plus)
     {
         sign = '+';
     }
-    else if (spec.space)
+    else if (conv.space)
     {
         sign = ' ';
     }
     const size_t total = length + (sign ? 1 : 0);
-    const size_t width = spec.width > 0 ? static_cast<size_t>(spec.width) : 0;
+    const size_t width = conv.width > 0 ? static_cast<size_t>(conv.width) : 0;
     const size_t padding = width > total ? width - total : 0;
     static const char spaces[] = "                                ";
     static const char zeros[] = "00000000000000000000000000000000";
@@ -164,8 +164,8 @@ bool WritePadded(MFile& file, const Spec& spec, const char* body, size_t length,
         return ok;
     };
     bool ok = true;
-    const bool zeroPad = spec.zero && !spec.left && zeroAllowed;
-    if (!spec.left && !zeroPad)
+    const bool zeroPad = conv.zero && !conv.left && zeroAllowed;
+    if (!conv.left && !zeroPad)
     {
         ok = pad(spaces, padding);
     }
@@ -181,7 +181,7 @@ bool WritePadded(MFile& file, const Spec& spec, const char* body, size_t length,
     {
         ok = file.WRITE(body, length);
     }
-    if (ok && spec.left)
+    if (ok && conv.left)
     {
         ok = pad(spaces, padding);
     }
@@ -193,11 +193,11 @@ bool WriteText(MFile& file, const std::string& text)
     return text.empty() || file.WRITE(text.data(), text.size());
 }
 
-bool FormatFloat(MFile& file, const Spec& spec, double value)
+bool FormatFloat(MFile& file, const Conversion& conv, double value)
 {
     std::chars_format format = std::chars_format::fixed;
-    const bool upper = spec.conversion == 'F' || spec.conversion == 'E' || spec.conversion == 'G';
-    switch (spec.conversion)
+    const bool upper = conv.conversion == 'F' || conv.conversion == 'E' || conv.conversion == 'G';
+    switch (conv.conversion)
     {
     case 'e':
     case 'E':
@@ -210,7 +210,7 @@ bool FormatFloat(MFile& file, const Spec& spec, double value)
     default:
         break;
     }
-    int precision = spec.precision < 0 ? 6 : spec.precision;
+    int precision = conv.precision < 0 ? 6 : conv.precision;
     if (format == std::chars_format::general && precision == 0)
     {
         precision = 1;
@@ -221,7 +221,7 @@ bool FormatFloat(MFile& file, const Spec& spec, double value)
     {
         // Longer than 512 characters (%.600f, %f of 1e300 with many decimals).
         std::string out;
-        return FormatWithCLibrary(spec, value, out) && WriteText(file, out);
+        return FormatWithCLibrary(conv, value, out) && WriteText(file, out);
     }
     const size_t length = static_cast<size_t>(result.ptr - text);
     const bool finite = std::isfinite(value);
@@ -235,23 +235,23 @@ bool FormatFloat(MFile& file, const Spec& spec, double value)
             }
         }
     }
-    return WritePadded(file, spec, text, length, finite);
+    return WritePadded(file, conv, text, length, finite);
 }
 
-template <typename Int> bool FormatInteger(MFile& file, const Spec& spec, Int value)
+template <typename Int> bool FormatInteger(MFile& file, const Conversion& conv, Int value)
 {
-    const bool plain = !spec.left && !spec.plus && !spec.space && !spec.alternate && !spec.zero &&
-                       spec.width < 0 && spec.precision < 0;
-    if (!plain || spec.conversion == 'o')
+    const bool plain = !conv.left && !conv.plus && !conv.space && !conv.alternate && !conv.zero &&
+                       conv.width < 0 && conv.precision < 0;
+    if (!plain || conv.conversion == 'o')
     {
         std::string out;
-        return FormatWithCLibrary(spec, value, out) && WriteText(file, out);
+        return FormatWithCLibrary(conv, value, out) && WriteText(file, out);
     }
     char text[72];
-    const int base = spec.conversion == 'x' || spec.conversion == 'X' ? 16 : 10;
+    const int base = conv.conversion == 'x' || conv.conversion == 'X' ? 16 : 10;
     const std::to_chars_result result = std::to_chars(text, text + sizeof(text), value, base);
     const size_t length = static_cast<size_t>(result.ptr - text);
-    if (spec.conversion == 'X')
+    if (conv.conversion == 'X')
     {
         for (size_t i = 0; i < length; ++i)
         {
@@ -270,69 +270,69 @@ bool IsSigned(char conversion)
 }
 
 // Takes the integer argument of a conversion by its length modifier and formats it.
-bool FormatIntegerArgument(MFile& file, const Spec& spec, va_list& args)
+bool FormatIntegerArgument(MFile& file, const Conversion& conv, va_list& args)
 {
-    const std::string_view length(spec.length);
-    const bool isSigned = IsSigned(spec.conversion);
+    const std::string_view length(conv.length);
+    const bool isSigned = IsSigned(conv.conversion);
     if (length.empty())
     {
-        return isSigned ? FormatInteger(file, spec, va_arg(args, int))
-                        : FormatInteger(file, spec, va_arg(args, unsigned int));
+        return isSigned ? FormatInteger(file, conv, va_arg(args, int))
+                        : FormatInteger(file, conv, va_arg(args, unsigned int));
     }
     if (length == "hh")
     {
-        return isSigned ? FormatInteger(file, spec, static_cast<signed char>(va_arg(args, int)))
-                        : FormatInteger(file, spec, static_cast<unsigned char>(va_arg(args, unsigned int)));
+        return isSigned ? FormatInteger(file, conv, static_cast<signed char>(va_arg(args, int)))
+                        : FormatInteger(file, conv, static_cast<unsigned char>(va_arg(args, unsigned int)));
     }
     if (length == "h")
     {
-        return isSigned ? FormatInteger(file, spec, static_cast<short>(va_arg(args, int)))
-                        : FormatInteger(file, spec, static_cast<unsigned short>(va_arg(args, unsigned int)));
+        return isSigned ? FormatInteger(file, conv, static_cast<short>(va_arg(args, int)))
+                        : FormatInteger(file, conv, static_cast<unsigned short>(va_arg(args, unsigned int)));
     }
     if (length == "l")
     {
-        return isSigned ? FormatInteger(file, spec, va_arg(args, long))
-                        : FormatInteger(file, spec, va_arg(args, unsigned long));
+        return isSigned ? FormatInteger(file, conv, va_arg(args, long))
+                        : FormatInteger(file, conv, va_arg(args, unsigned long));
     }
     if (length == "ll")
     {
-        return isSigned ? FormatInteger(file, spec, va_arg(args, long long))
-                        : FormatInteger(file, spec, va_arg(args, unsigned long long));
+        return isSigned ? FormatInteger(file, conv, va_arg(args, long long))
+                        : FormatInteger(file, conv, va_arg(args, unsigned long long));
     }
     if (length == "j")
     {
-        return isSigned ? FormatInteger(file, spec, va_arg(args, intmax_t))
-                        : FormatInteger(file, spec, va_arg(args, uintmax_t));
+        return isSigned ? FormatInteger(file, conv, va_arg(args, intmax_t))
+                        : FormatInteger(file, conv, va_arg(args, uintmax_t));
     }
     if (length == "z")
     {
-        return isSigned ? FormatInteger(file, spec, va_arg(args, std::make_signed_t<size_t>))
-                        : FormatInteger(file, spec, va_arg(args, size_t));
+        return isSigned ? FormatInteger(file, conv, va_arg(args, std::make_signed_t<size_t>))
+                        : FormatInteger(file, conv, va_arg(args, size_t));
     }
     if (length == "t")
     {
-        return isSigned ? FormatInteger(file, spec, va_arg(args, ptrdiff_t))
-                        : FormatInteger(file, spec, va_arg(args, std::make_unsigned_t<ptrdiff_t>));
+        return isSigned ? FormatInteger(file, conv, va_arg(args, ptrdiff_t))
+                        : FormatInteger(file, conv, va_arg(args, std::make_unsigned_t<ptrdiff_t>));
     }
     return false;
 }
 
 // Parses flags, width, precision and length of the conversion starting after '%'; *-arguments
 // are taken from args. Returns the position after the conversion character, or null.
-const char* ParseSpec(const char* p, Spec& spec, va_list& args)
+const char* ParseSpec(const char* p, Conversion& conv, va_list& args)
 {
     for (;; ++p)
     {
         if (*p == '-')
-            spec.left = true;
+            conv.left = true;
         else if (*p == '+')
-            spec.plus = true;
+            conv.plus = true;
         else if (*p == ' ')
-            spec.space = true;
+            conv.space = true;
         else if (*p == '#')
-            spec.alternate = true;
+            conv.alternate = true;
         else if (*p == '0')
-            spec.zero = true;
+            conv.zero = true;
         else if (*p != '\'') // thousands grouping: the "C" locale has none
             break;
     }
@@ -343,26 +343,26 @@ const char* ParseSpec(const char* p, Spec& spec, va_list& args)
         {
             return nullptr;
         }
-        spec.left = spec.left || width < 0;
-        spec.width = width < 0 ? -width : width;
+        conv.left = conv.left || width < 0;
+        conv.width = width < 0 ? -width : width;
         ++p;
     }
     else
     {
         for (; *p >= '0' && *p <= '9'; ++p)
         {
-            spec.width = std::max(spec.width, 0);
-            if (spec.width > kLargestField)
+            conv.width = std::max(conv.width, 0);
+            if (conv.width > kLargestField)
             {
                 return nullptr;
             }
-            spec.width = spec.width * 10 + (*p - '0');
+            conv.width = conv.width * 10 + (*p - '0');
         }
     }
     if (*p == '.')
     {
         ++p;
-        spec.precision = 0;
+        conv.precision = 0;
         if (*p == '*')
         {
             const int precision = va_arg(args, int);
@@ -370,32 +370,32 @@ const char* ParseSpec(const char* p, Spec& spec, va_list& args)
             {
                 return nullptr;
             }
-            spec.precision = precision < 0 ? -1 : precision;
+            conv.precision = precision < 0 ? -1 : precision;
             ++p;
         }
         else
         {
             for (; *p >= '0' && *p <= '9'; ++p)
             {
-                if (spec.precision > kLargestField)
+                if (conv.precision > kLargestField)
                 {
                     return nullptr;
                 }
-                spec.precision = spec.precision * 10 + (*p - '0');
+                conv.precision = conv.precision * 10 + (*p - '0');
             }
         }
     }
     if ((p[0] == 'h' && p[1] == 'h') || (p[0] == 'l' && p[1] == 'l'))
     {
-        spec.length[0] = p[0];
-        spec.length[1] = p[1];
+        conv.length[0] = p[0];
+        conv.length[1] = p[1];
         p += 2;
     }
     else if (*p == 'h' || *p == 'l' || *p == 'j' || *p == 'z' || *p == 't' || *p == 'L')
     {
-        spec.length[0] = *p++;
+        conv.length[0] = *p++;
     }
-    spec.conversion = *p;
+    conv.conversion = *p;
     return *p ? p + 1 : nullptr;
 }
 } // namespace
@@ -434,8 +434,8 @@ bool MFile::FPRINTF(const char* format, ...)
             p = percent + 2;
             continue;
         }
-        Spec spec;
-        const char* next = ParseSpec(percent + 1, spec, args);
+        Conversion conv;
+        const char* next = ParseSpec(percent + 1, conv, args);
         if (!next)
         {
             _SetError(StatusBadFormat);
@@ -443,8 +443,8 @@ bool MFile::FPRINTF(const char* format, ...)
             break;
         }
         p = next;
-        const std::string_view length(spec.length);
-        switch (spec.conversion)
+        const std::string_view length(conv.length);
+        switch (conv.conversion)
         {
         case 'd':
         case 'i':
@@ -452,7 +452,7 @@ bool MFile::FPRINTF(const char* format, ...)
         case 'x':
         case 'X':
         case 'o':
-            ok = FormatIntegerArgument(*this, spec, args);
+            ok = FormatIntegerArgument(*this, conv, args);
             if (!ok && !HasError())
             {
                 _SetError(StatusBadFormat);
@@ -469,16 +469,16 @@ bool MFile::FPRINTF(const char* format, ...)
             if (length == "L")
             {
                 std::string out;
-                ok = FormatWithCLibrary(spec, va_arg(args, long double), out) && WriteText(*this, out);
+                ok = FormatWithCLibrary(conv, va_arg(args, long double), out) && WriteText(*this, out);
             }
-            else if (spec.alternate || spec.conversion == 'a' || spec.conversion == 'A')
+            else if (conv.alternate || conv.conversion == 'a' || conv.conversion == 'A')
             {
                 std::string out;
-                ok = FormatWithCLibrary(spec, va_arg(args, double), out) && WriteText(*this, out);
+                ok = FormatWithCLibrary(conv, va_arg(args, double), out) && WriteText(*this, out);
             }
             else
             {
-                ok = FormatFloat(*this, spec, va_arg(args, double));
+                ok = FormatFloat(*this, conv, va_arg(args, double));
             }
             break;
         case 'c':
@@ -488,7 +488,7 @@ bool MFile::FPRINTF(const char* format, ...)
             {
                 ok = false; // %lc needs a wide-character locale
             }
-            else if (spec.width < 0 && !spec.left)
+            else if (conv.width < 0 && !conv.left)
             {
                 const char byte = static_cast<char>(c);
                 ok = WRITE(&byte, 1);
@@ -496,7 +496,7 @@ bool MFile::FPRINTF(const char* format, ...)
             else
             {
                 std::string out;
-                ok = FormatWithCLibrary(spec, c, out) && WriteText(*this, out);
+                ok = FormatWithCLibrary(conv, c, out) && WriteText(*this, out);
             }
             break;
         }
@@ -512,21 +512,21 @@ bool MFile::FPRINTF(const char* format, ...)
             {
                 text = "(null)";
             }
-            if (spec.width < 0 && spec.precision < 0)
+            if (conv.width < 0 && conv.precision < 0)
             {
                 ok = WRITE_STRING(text);
             }
             else
             {
                 std::string out;
-                ok = FormatWithCLibrary(spec, text, out) && WriteText(*this, out);
+                ok = FormatWithCLibrary(conv, text, out) && WriteText(*this, out);
             }
             break;
         }
         case 'p':
         {
             std::string out;
-            ok = FormatWithCLibrary(spec, va_arg(args, void*), out) && WriteText(*this, out);
+            ok = FormatWithCLibrary(conv, va_arg(args, void*), out) && WriteText(*this, out);
             break;
         }
         default:
