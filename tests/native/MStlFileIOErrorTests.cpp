@@ -2,10 +2,6 @@
 // unknown references, every truncation and thousands of bit flips.
 #include "NativeTestSupport.h"
 
-#include <KelSDK/Common/Progress.h>
-
-#include <algorithm>
-
 using namespace NativeTest;
 
 namespace
@@ -47,23 +43,24 @@ bool IsLoadCode(MStlFileIO::MErrorCode code)
 
 TEST(NativeErrors, TextsOfEveryCode)
 {
-    EXPECT_STREQ("File IO Succesfull.", MStlFileIO::GetErrorString(eStlFileIOSuccess));
-    EXPECT_STREQ("No stl was set for stl file io.", MStlFileIO::GetErrorString(eStlFileIONoStl));
-    EXPECT_STREQ("No file was set for stl file io.", MStlFileIO::GetErrorString(eStlFileIONoFile));
-    EXPECT_STREQ("The file for stl file io was not open", MStlFileIO::GetErrorString(eStlFileIOFileNotOpen));
-    EXPECT_STREQ("The file for stl file io was not open for reading",
-                 MStlFileIO::GetErrorString(eStlFileIOFileNotOpenForReading));
-    EXPECT_STREQ("The file for stl file io was not open for writing",
-                 MStlFileIO::GetErrorString(eStlFileIOFileNotOpenForWriting));
-    EXPECT_STREQ("The version of the file is not supported anymore.",
-                 MStlFileIO::GetErrorString(eStlFileIOVersionNotSupported));
-    EXPECT_STREQ("Incorrect file format detected.", MStlFileIO::GetErrorString(eStlFileIOBadFormat));
-    for (int code : {8, 9, 10, 11, 12, -1})
-        EXPECT_STREQ("Unknown error detected.",
-                     MStlFileIO::GetErrorString(static_cast<MStlFileIOErrorCode>(code)));
-    MStlFileIO io;
-    EXPECT_EQ(eStlFileIOSuccess, io.GetLastError());
-    EXPECT_STREQ("File IO Succesfull.", io.GetLastErrorString());
+    const std::pair<int, const char*> texts[] = {
+        {eStlFileIOSuccess, "File IO Succesfull."},
+        {eStlFileIONoStl, "No stl was set for stl file io."},
+        {eStlFileIONoFile, "No file was set for stl file io."},
+        {eStlFileIOFileNotOpen, "The file for stl file io was not open"},
+        {eStlFileIOFileNotOpenForReading, "The file for stl file io was not open for reading"},
+        {eStlFileIOFileNotOpenForWriting, "The file for stl file io was not open for writing"},
+        {eStlFileIOVersionNotSupported, "The version of the file is not supported anymore."},
+        {eStlFileIOBadFormat, "Incorrect file format detected."},
+        {8, "Unknown error detected."},
+        {9, "Unknown error detected."},
+        {10, "Unknown error detected."},
+        {11, "Unknown error detected."},
+        {12, "Unknown error detected."},
+        {-1, "Unknown error detected."}};
+    for (const auto& t : texts)
+        EXPECT_STREQ(t.second, MStlFileIO::GetErrorString(static_cast<MStlFileIOErrorCode>(t.first)))
+            << t.first;
 }
 
 TEST(NativeErrors, MissingMeshOrFile)
@@ -83,29 +80,22 @@ TEST(NativeErrors, MissingMeshOrFile)
     writer.SetFile(out);
     EXPECT_EQ(eStlFileIONoStl, writer.Save(nullptr));
     out.Close();
-    ByteBuilder expected;
-    expected.header().raw({1, 1, 0, 1, 1, 1, 0, 0, 0, 1});
-    EXPECT_EQ(expected.bytes, out.GetData());
+    EXPECT_EQ(ByteBuilder().header().raw({1, 1, 0, 1, 1, 1, 0, 0, 0, 1}).bytes, out.GetData());
 
     MStlBase mesh;
     MStlFileIO noFile;
     noFile.SetStl(&mesh);
-    EXPECT_EQ(nullptr, noFile.GetFile());
     EXPECT_EQ(eStlFileIONoFile, noFile.Load(nullptr));
+    EXPECT_STREQ("No file was set for stl file io.", noFile.GetLastErrorString());
     EXPECT_EQ(eStlFileIONoFile, noFile.Save(nullptr));
 }
 
-TEST(NativeErrors, WrongTagsAreBadFormat)
+TEST(NativeErrors, WrongTagsAreBadFormatButTheMagicTextIsNotChecked)
 {
     const Bytes good = SmallFile();
-    struct Case
-    {
-        const char* what;
-        size_t offset;
-    };
     const size_t base = 40 + 10 + 45; // header, info block, properties
     const size_t plugins = good.size() - PluginBlockSize();
-    const Case cases[] = {
+    const std::pair<const char*, size_t> cases[] = {
         {"first byte", 0},
         {"end of header", 39},
         {"begin of base section", base},
@@ -115,22 +105,20 @@ TEST(NativeErrors, WrongTagsAreBadFormat)
         {"begin of face groups", plugins - 3 - 8},
         {"end of face groups", plugins - 1},
     };
-    for (const Case& c : cases)
+    for (const auto& c : cases)
     {
-        SCOPED_TRACE(c.what);
+        SCOPED_TRACE(c.first);
         Bytes bad = good;
-        bad[c.offset] ^= 0x55;
+        bad[c.second] ^= 0x55;
         MStlBase mesh;
         std::string text;
         EXPECT_EQ(eStlFileIOBadFormat, LoadFromBytes(bad, mesh, &text));
         EXPECT_EQ("Incorrect file format detected.", text);
     }
-    // Every inner section tag is checked as well.
+    // Every inner section tag is checked: changing some byte with the tag's value must fail.
     for (uint8_t tag : {40, 41, 42, 43, 44, 45, 46, 47, 48,  49,  50, 51, 52, 53, 54,  55,
                         56, 57, 58, 59, 60, 61, 62, 63, 140, 141, 18, 19, 20, 21, 200, 201})
     {
-        SCOPED_TRACE(testing::Message() << "tag " << int(tag));
-        // Some byte with the tag's value is the tag itself: changing it must fail.
         bool failed = false;
         for (size_t i = base; i < plugins && !failed; ++i)
         {
@@ -141,119 +129,72 @@ TEST(NativeErrors, WrongTagsAreBadFormat)
             MStlBase mesh;
             failed = LoadFromBytes(bad, mesh) == eStlFileIOBadFormat;
         }
-        EXPECT_TRUE(failed) << "no occurrence of the tag is checked";
+        EXPECT_TRUE(failed) << "no occurrence of tag " << int(tag) << " is checked";
     }
-}
-
-TEST(NativeErrors, DifferentMagicTextStillLoads)
-{
-    Bytes bytes = SmallFile();
-    bytes[5] = 'k'; // "kelvinstone..."
+    // The magic text itself is read but not compared ("kelvinstone..." loads).
+    Bytes bytes = good;
+    bytes[5] = 'k';
     MStlBase mesh;
     EXPECT_EQ(eStlFileIOSuccess, LoadFromBytes(bytes, mesh));
     EXPECT_EQ(2u, mesh.NumberOfTriangles());
 }
 
-TEST(NativeErrors, MarkAndVisibilityCountsMustMatchTheTriangles)
+TEST(NativeErrors, CraftedValuesGiveTheirCodes)
 {
-    MStlBase source;
-    BuildSmall(source);
-    Switches s = Switches::AllOn();
-    const Bytes good = SaveToBytes(source, s);
-    struct Case
+    const Bytes good = SmallFile();
+    const size_t triangles = Find(good, {40, 2, 0, 0, 0, 0, 0, 0, 0, 0, 1, 2});
+    ASSERT_NE(SIZE_MAX, triangles);
+    const struct
     {
-        uint8_t tag;
+        const char* what;
+        Bytes pattern;     // located from the triangle list on (0: offset is absolute)
+        size_t at, length; // patched bytes relative to the pattern
+        uint8_t value;
         MStlFileIO::MErrorCode code;
+    } cases[] = {
+        {"vertex count in the properties", {}, 50 + 27, 8, 0xFF, eStlFileIOBadFormat},
+        {"triangle count in the properties", {}, 50 + 36, 8, 0xFF, eStlFileIOBadFormat},
+        {"width 5 in the properties", {}, 50 + 26, 1, 5, eStlFileIOBadFormat},
+        {"triangle list count", {40, 2, 0, 0, 0, 0, 0, 0, 0}, 3, 1, 0x7F, eStlFileIOBadFormat},
+        {"corner index 4 of four points",
+         {40, 2, 0, 0, 0, 0, 0, 0, 0, 0, 1, 2},
+         10,
+         1,
+         4,
+         eStlFileIOBadFormat},
+        {"surface count", {42, 2, 0, 0, 0}, 3, 1, 0x7F, eStlFileIOBadFormat},
+        {"history count", {50, 1, 0, 0, 0}, 3, 1, 0x7F, eStlFileIOBadFormat},
+        {"registered point count", {52, 1, 0, 0, 0}, 3, 1, 0x7F, eStlFileIOBadFormat},
+        {"curve set count", {44, 1, 0, 0, 0}, 3, 1, 0x7F, eStlFileIOBadFormat},
+        {"mark count", {20, 2, 0, 0, 0}, 1, 1, 3, eStlFileIOMarkCountMismatch},
+        {"visibility count", {200, 2, 0, 0, 0}, 1, 1, 3, eStlFileIOVisibilityCountMismatch},
+        {"sub-contour neighbour 99", {140, 1, 0, 0, 0}, 1, 1, 99, eStlFileIOUnknownReference},
+        {"sub-contour point 5 (width 1, ids 2 and 3)",
+         {2, 0, 0, 0, 1, 2, 3, 141},
+         6,
+         1,
+         5,
+         eStlFileIOUnknownReference},
+        {"border surface naming the border itself", {56, 2, 0, 0, 0}, 1, 1, 3, eStlFileIOUnknownReference},
     };
-    for (const Case& c :
-         {Case{20, eStlFileIOMarkCountMismatch}, Case{200, eStlFileIOVisibilityCountMismatch}})
+    for (const auto& c : cases)
     {
-        const size_t at = Find(good, {c.tag, 2, 0, 0, 0});
+        SCOPED_TRACE(c.what);
+        const size_t at = c.pattern.empty() ? 0 : Find(good, c.pattern, triangles);
         ASSERT_NE(SIZE_MAX, at);
         Bytes bad = good;
-        bad[at + 1] = 3;
+        std::fill_n(bad.begin() + static_cast<std::ptrdiff_t>(at + c.at), c.length, c.value);
         MStlBase mesh;
         std::string text;
         EXPECT_EQ(c.code, LoadFromBytes(bad, mesh, &text));
-        EXPECT_EQ("Unknown error detected.", text);
-        // Nothing was read from the section: the marks stay at their defaults.
-        if (c.tag == 20)
+        EXPECT_EQ(c.code == eStlFileIOBadFormat ? "Incorrect file format detected."
+                                                : "Unknown error detected.",
+                  text);
+        if (c.code == eStlFileIOMarkCountMismatch) // nothing was read from the section
         {
             EXPECT_EQ(0, mesh.GetTriangleWithIndex(1)->GetMark());
         }
     }
-}
-
-TEST(NativeErrors, UnknownReferences)
-{
-    const Bytes good = SmallFile();
-    // Sub-contour: tag 140, then the neighbour identifier (1: the main surface).
-    const size_t sub = Find(good, {140, 1, 0, 0, 0});
-    ASSERT_NE(SIZE_MAX, sub);
-    Bytes bad = good;
-    bad[sub + 1] = 99;
-    MStlBase mesh;
-    std::string text;
-    EXPECT_EQ(eStlFileIOUnknownReference, LoadFromBytes(bad, mesh, &text));
-    EXPECT_EQ("Unknown error detected.", text);
-
-    // A sub-contour point identifier beyond the points: byte array width 1, ids 2 and 3.
-    const size_t ids = Find(good, {2, 0, 0, 0, 1, 2, 3, 141});
-    ASSERT_NE(SIZE_MAX, ids);
-    bad = good;
-    bad[ids + 6] = 5;
-    EXPECT_EQ(eStlFileIOUnknownReference, LoadFromBytes(bad, mesh));
-
-    // The border's surface identifier must name a surface.
-    const size_t border = Find(good, {56, 2, 0, 0, 0});
-    ASSERT_NE(SIZE_MAX, border);
-    bad = good;
-    bad[border + 1] = 3; // the border itself, not a surface
-    EXPECT_EQ(eStlFileIOUnknownReference, LoadFromBytes(bad, mesh));
-}
-
-TEST(NativeErrors, CountsLargerThanTheFileAreBadFormat)
-{
-    const Bytes good = SmallFile();
-    // Properties: vertex count at offset 50 + 27, triangle count at 50 + 36.
-    for (size_t offset : {size_t(50 + 27), size_t(50 + 36)})
-    {
-        Bytes bad = good;
-        std::fill(bad.begin() + static_cast<std::ptrdiff_t>(offset),
-                  bad.begin() + static_cast<std::ptrdiff_t>(offset + 8), 0xFF);
-        MStlBase mesh;
-        EXPECT_EQ(eStlFileIOBadFormat, LoadFromBytes(bad, mesh)) << offset;
-    }
-    // Triangle list count, surface count, history count, registered point count, curve sets:
-    // searched from the triangle list on, which follows the point list.
-    const size_t triangles = Find(good, {40, 2, 0, 0, 0, 0, 0, 0, 0});
-    ASSERT_NE(SIZE_MAX, triangles);
-    for (const Bytes& pattern : {Bytes{40, 2, 0, 0, 0, 0, 0, 0, 0}, Bytes{42, 2, 0, 0, 0},
-                                 Bytes{50, 1, 0, 0, 0}, Bytes{52, 1, 0, 0, 0}, Bytes{44, 1, 0, 0, 0}})
-    {
-        const size_t at = Find(good, pattern, triangles);
-        ASSERT_NE(SIZE_MAX, at);
-        Bytes bad = good;
-        bad[at + 3] = 0x7F;
-        MStlBase mesh;
-        EXPECT_EQ(eStlFileIOBadFormat, LoadFromBytes(bad, mesh)) << int(pattern[0]);
-    }
-    // Widths outside 1..4 in the properties.
-    Bytes bad = good;
-    bad[50 + 26] = 5;
-    MStlBase mesh;
-    EXPECT_EQ(eStlFileIOBadFormat, LoadFromBytes(bad, mesh));
-}
-
-TEST(NativeErrors, CornerIndicesBeyondThePointsAreBadFormat)
-{
-    const Bytes good = SmallFile();
-    const size_t at = Find(good, {40, 2, 0, 0, 0, 0, 0, 0, 0, 0, 1, 2});
-    ASSERT_NE(SIZE_MAX, at);
-    Bytes bad = good;
-    bad[at + 10] = 4; // four points: index 4 is out of range
-    MStlBase mesh;
-    EXPECT_EQ(eStlFileIOBadFormat, LoadFromBytes(bad, mesh));
 }
 
 TEST(NativeErrors, EveryTruncationFails)
@@ -261,28 +202,22 @@ TEST(NativeErrors, EveryTruncationFails)
     for (MStlHybridState kind : {eStlStandard, eStlCompact})
     {
         MStlBase source;
+        MStlHybrid& h = source.GetStlHybrid();
         if (kind == eStlStandard)
-        {
             BuildSmall(source);
-        }
-        else
+        else if (h.SetState(kind) && h.StartAddingVertices())
         {
-            MStlHybrid& h = source.GetStlHybrid();
-            h.SetState(kind);
-            h.StartAddingVertices();
-            h.AddVertex(0, 0, 0);
-            h.AddVertex(1, 0, 0);
-            h.AddVertex(0, 1, 0);
-            h.StartAddingTriangles(nullptr);
+            h.AddVertex(0, 0, 0), h.AddVertex(1, 0, 0), h.AddVertex(0, 1, 0);
+            ASSERT_TRUE(h.StartAddingTriangles(nullptr));
             h.AddTriangle(0, 1, 2);
-            h.Close();
+            ASSERT_TRUE(h.Close());
         }
         const Bytes good = SaveToBytes(source, Switches::AllOn());
         for (size_t size = 0; size < good.size(); ++size)
         {
-            const Bytes prefix(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(size));
             MStlBase mesh;
-            const MStlFileIO::MErrorCode code = LoadFromBytes(prefix, mesh);
+            const auto code =
+                LoadFromBytes(Bytes(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(size)), mesh);
             EXPECT_NE(eStlFileIOSuccess, code) << "prefix of " << size << " bytes";
             EXPECT_TRUE(IsLoadCode(code)) << code;
         }
@@ -302,77 +237,11 @@ TEST(NativeErrors, BitFlipsGiveACode)
         Bytes bad = good;
         const size_t bit = static_cast<size_t>((state >> 33) % bits);
         bad[bit / 8] ^= static_cast<uint8_t>(1u << (bit % 8));
+        const size_t other = static_cast<size_t>((state >> 11) % bits);
         if (i % 3 == 0) // and a second flip elsewhere
-        {
-            const size_t other = static_cast<size_t>((state >> 11) % bits);
             bad[other / 8] ^= static_cast<uint8_t>(1u << (other % 8));
-        }
         MStlBase mesh;
         const MStlFileIO::MErrorCode code = LoadFromBytes(bad, mesh);
         EXPECT_TRUE(IsLoadCode(code)) << "flip of bit " << bit << " gave " << code;
     }
-}
-
-namespace
-{
-struct RecordingDelegate : KelSDK::Common::IProgressDelegate
-{
-    std::vector<double> fractions;
-    void SetProgress(double fraction) override { fractions.push_back(fraction); }
-    bool Saw(double f) const
-    {
-        return std::any_of(fractions.begin(), fractions.end(),
-                           [f](double x) { return std::abs(x - f) < 1e-9; });
-    }
-};
-} // namespace
-
-TEST(NativeProgress, StepsOfSaveAndLoad)
-{
-    // 16384 points: two reports of 8192 steps; the save maximum is 2, the load maximum 3.
-    std::vector<std::array<int, 3>> points;
-    for (int i = 0; i < 16384; ++i)
-        points.push_back({i, 0, 0});
-    MStlBase mesh;
-    ASSERT_TRUE(mesh.CreatePoints(points, nullptr));
-    Switches pointsOnly = Switches::AllOff();
-    pointsOnly.points = true;
-
-    KelSDK::FileIO::MMemoryFile out;
-    out.OpenWrite();
-    MStlFileIO writer;
-    pointsOnly.Apply(writer);
-    writer.SetStl(&mesh);
-    writer.SetFile(out);
-    auto saveProgress = std::make_shared<RecordingDelegate>();
-    ASSERT_EQ(eStlFileIOSuccess, writer.Save(saveProgress));
-    out.Close();
-    EXPECT_TRUE(saveProgress->Saw(0.5));
-    EXPECT_TRUE(saveProgress->Saw(1.0));
-
-    KelSDK::FileIO::MMemoryFile in;
-    in.OpenRead(out.GetData().data(), out.GetData().size());
-    MStlBase loaded;
-    MStlFileIO reader;
-    reader.SetStl(&loaded);
-    reader.SetFile(in);
-    auto loadProgress = std::make_shared<RecordingDelegate>();
-    ASSERT_EQ(eStlFileIOSuccess, reader.Load(loadProgress));
-    EXPECT_TRUE(loadProgress->Saw(1.0 / 3.0));
-    EXPECT_TRUE(loadProgress->Saw(2.0 / 3.0));
-    EXPECT_TRUE(loadProgress->Saw(1.0));
-    EXPECT_TRUE(std::is_sorted(loadProgress->fractions.begin(), loadProgress->fractions.end()));
-
-    // Small meshes: a save maximum of 1 (only 0 and 1 are reported).
-    MStlBase small;
-    small.CreatePoints({{1, 1, 1}}, nullptr);
-    KelSDK::FileIO::MMemoryFile out2;
-    out2.OpenWrite();
-    MStlFileIO writer2;
-    writer2.SetStl(&small);
-    writer2.SetFile(out2);
-    auto smallProgress = std::make_shared<RecordingDelegate>();
-    ASSERT_EQ(eStlFileIOSuccess, writer2.Save(smallProgress));
-    for (double f : smallProgress->fractions)
-        EXPECT_TRUE(f == 0.0 || f == 1.0) << f;
 }

@@ -13,51 +13,43 @@ ByteBuilder& EmptyProperties(ByteBuilder& b)
         b.i32(0);
     return b.u8(1).u64(0).u8(1).u64(0).u8(1);
 }
+
+// The bytes of a mesh saved with the switches, found at the end of the file before the plug-in block.
+Bytes BeforePluginBlock(MStlBase& mesh, const Switches& s, size_t length)
+{
+    const Bytes bytes = SaveToBytes(mesh, s);
+    const size_t block = PluginBlockSize();
+    EXPECT_GT(bytes.size(), block + length);
+    return Bytes(bytes.end() - static_cast<std::ptrdiff_t>(block + length),
+                 bytes.end() - static_cast<std::ptrdiff_t>(block));
+}
 } // namespace
 
-TEST(NativeGolden, EmptyMeshWithAllSwitchesOff)
+TEST(NativeGolden, EmptyMeshWithAllSwitchesOffAndWithDefaults)
 {
     MStlBase mesh;
     MStlFileIO::MErrorCode code = eStlFileIONoStl;
-    const Bytes bytes = SaveToBytes(mesh, Switches::AllOff(), &code);
+    ByteBuilder off;
+    off.header().raw({0, 0, 1, 0, 0, 0, 0, 0, 0, 0}); // info block: only "mesh present"
+    EmptyProperties(off).u8(2).str("Standard");
+    off.u8(48).u32(0).u8(49).u8(3);       // graph feature, always present
+    off.raw({202, 0, 203}).pluginBlock(); // face groups, absent
+    EXPECT_EQ(off.bytes, SaveToBytes(mesh, Switches::AllOff(), &code));
     EXPECT_EQ(eStlFileIOSuccess, code);
 
-    ByteBuilder expected;
-    expected.header().raw({0, 0, 1, 0, 0, 0, 0, 0, 0, 0}); // info block: only "mesh present"
-    EmptyProperties(expected);
-    expected.u8(2).str("Standard");
-    expected.u8(48).u32(0).u8(49); // graph feature, always present
-    expected.u8(3);
-    expected.raw({202, 0, 203}); // face groups, absent
-    expected.pluginBlock();
-    EXPECT_EQ(expected.bytes, bytes);
-}
-
-TEST(NativeGolden, EmptyMeshWithDefaultSwitches)
-{
-    MStlBase mesh;
-    const Bytes bytes = SaveToBytes(mesh);
-
-    ByteBuilder expected;
-    expected.header().raw({1, 1, 1, 1, 1, 1, 0, 0, 0, 1});
-    EmptyProperties(expected);
-    expected.u8(2).str("Standard");
-    expected.u8(1);                      // vertices shared
-    expected.u8(8).u64(0).u8(9);         // point list: no coordinates, no user-defined points
-    expected.u8(40).u64(0).u8(0).u8(41); // triangle list: no triangles, no colours
-    expected.u8(42).u32(1).wstr("");     // surface list: the unnamed main surface
-    expected.u32(0);                     // no borders
-    expected.u8(60).u32(1).u8(1).u8(61); // surface visibilities
-    expected.u8(43);
-    expected.u8(44).u32(0).u8(45);                                   // curve list
-    expected.u8(48).u32(0).u8(49);                                   // graph feature
-    expected.u8(18).u32(0xFF808080u).u32(0).f32(0.0f).u32(0).u8(19); // material
-    expected.u8(3);
-    expected.u8(52).u32(0).u8(53); // registered points
-    expected.raw({54, 0, 0, 55});  // masks: no triangle mask, no vertex mask
-    expected.raw({202, 0, 203});
-    expected.pluginBlock();
-    EXPECT_EQ(expected.bytes, bytes);
+    ByteBuilder defaults;
+    defaults.header().raw({1, 1, 1, 1, 1, 1, 0, 0, 0, 1});
+    EmptyProperties(defaults).u8(2).str("Standard");
+    defaults.u8(1);                                     // vertices shared
+    defaults.u8(8).u64(0).u8(9);                        // point list: no coordinates, no user-defined points
+    defaults.u8(40).u64(0).u8(0).u8(41);                // triangle list: no triangles, no colours
+    defaults.u8(42).u32(1).wstr("").u32(0);             // surface list: the unnamed main surface, no borders
+    defaults.u8(60).u32(1).u8(1).u8(61).u8(43);         // surface visibilities
+    defaults.u8(44).u32(0).u8(45).u8(48).u32(0).u8(49); // curve list, graph feature
+    defaults.u8(18).u32(0xFF808080u).u32(0).f32(0.0f).u32(0).u8(19).u8(3); // material
+    defaults.u8(52).u32(0).u8(53).raw({54, 0, 0, 55}); // registered points; no triangle or vertex mask
+    defaults.raw({202, 0, 203}).pluginBlock();
+    EXPECT_EQ(defaults.bytes, SaveToBytes(mesh));
 }
 
 TEST(NativeGolden, MaterialWordOrder)
@@ -70,61 +62,29 @@ TEST(NativeGolden, MaterialWordOrder)
     material.SetAmbient(0x01020304u);
     material.SetShininess(2.5f);
     mesh.SetMaterial(material);
-    Switches s = Switches::AllOff();
-    s.colors = true;
-    const Bytes bytes = SaveToBytes(mesh, s);
-    ByteBuilder section;
-    section.u8(18).u32(0x44332211u).u32(0x01020304u).f32(2.5f).u32(0x0A0B0C0Du).u8(19);
-    EXPECT_NE(SIZE_MAX, Find(bytes, section.bytes));
+    const Bytes bytes = SaveToBytes(mesh, Switches::Only(&Switches::colors));
+    EXPECT_NE(
+        SIZE_MAX,
+        Find(bytes,
+             ByteBuilder().u8(18).u32(0x44332211u).u32(0x01020304u).f32(2.5f).u32(0x0A0B0C0Du).u8(19).bytes));
 
     MStlBase loaded;
     ASSERT_EQ(eStlFileIOSuccess, LoadFromBytes(bytes, loaded));
-    EXPECT_EQ(0u, loaded.GetMaterial().GetDiffuse());
-    EXPECT_EQ(0x44332211u, loaded.GetMaterial().GetRGB());
-    EXPECT_EQ(0x0A0B0C0Du, loaded.GetMaterial().GetSpecular());
-    EXPECT_EQ(0x01020304u, loaded.GetMaterial().GetAmbient());
-    EXPECT_EQ(2.5f, loaded.GetMaterial().GetShininess());
-    EXPECT_TRUE(loaded.GetMaterial().GetColorIsReadFromFile());
+    const MStlMaterial& m = loaded.GetMaterial();
+    EXPECT_EQ((std::array<uint32_t, 4>{0u, 0x44332211u, 0x0A0B0C0Du, 0x01020304u}),
+              (std::array<uint32_t, 4>{m.GetDiffuse(), m.GetRGB(), m.GetSpecular(), m.GetAmbient()}));
+    EXPECT_EQ(2.5f, m.GetShininess());
+    EXPECT_TRUE(m.GetColorIsReadFromFile());
 }
-
-namespace
-{
-struct PointCase
-{
-    std::array<int, 3> a, b;
-    uint8_t width;
-    Bytes packed; // both points, relative to the minimum corner
-};
-
-// A file of two points only (points switch on, everything else off).
-Bytes ExpectedPointFile(const PointCase& c, bool secondUserDefined)
-{
-    const int ext[6] = {std::min(c.a[0], c.b[0]), std::max(c.a[0], c.b[0]), std::min(c.a[1], c.b[1]),
-                        std::max(c.a[1], c.b[1]), std::min(c.a[2], c.b[2]), std::max(c.a[2], c.b[2])};
-    ByteBuilder e;
-    e.header().raw({0, 0, 1, 0, 1, 0, 0, 0, 0, 0});
-    e.u8(0).u8(1);
-    for (int v : ext)
-        e.i32(v);
-    e.u8(c.width).u64(2).u8(1).u64(0).u8(1);
-    e.u8(2).str("Standard").u8(1);
-    e.u8(8);
-    e.bytes.insert(e.bytes.end(), c.packed.begin(), c.packed.end());
-    if (secondUserDefined)
-        e.u64(1).u64(1);
-    else
-        e.u64(0);
-    e.u8(9);
-    e.u8(48).u32(0).u8(49).u8(3);
-    e.raw({202, 0, 203});
-    e.pluginBlock();
-    return e.bytes;
-}
-} // namespace
 
 TEST(NativeGolden, PointListAtEveryWidth)
 {
-    const PointCase cases[] = {
+    const struct
+    {
+        std::array<int, 3> a, b;
+        uint8_t width;
+        Bytes packed; // both points, relative to the minimum corner
+    } cases[] = {
         // Extents 3, 198, 0: one byte per coordinate.
         {{1, 2, 3}, {4, 200, 3}, 1, {0, 0, 0, 3, 198, 0}},
         // Extent 305: two bytes.
@@ -135,9 +95,7 @@ TEST(NativeGolden, PointListAtEveryWidth)
         {{-2000000000, 0, 0}, {2000000000, 0, 0}, 4, {0,    0,    0,    0,    0, 0, 0, 0, 0, 0, 0, 0,
                                                       0x00, 0x28, 0x6B, 0xEE, 0, 0, 0, 0, 0, 0, 0, 0}},
     };
-    Switches pointsOnly = Switches::AllOff();
-    pointsOnly.points = true;
-    for (const PointCase& c : cases)
+    for (const auto& c : cases)
     {
         for (bool userDefined : {false, true})
         {
@@ -146,8 +104,16 @@ TEST(NativeGolden, PointListAtEveryWidth)
             std::vector<MStlPoint*> created;
             ASSERT_TRUE(mesh.CreatePoints({c.a, c.b}, &created));
             created[1]->SetUserDefined(userDefined);
-            const Bytes bytes = SaveToBytes(mesh, pointsOnly);
-            EXPECT_EQ(ExpectedPointFile(c, userDefined), bytes);
+            const Bytes bytes = SaveToBytes(mesh, Switches::Only(&Switches::points));
+
+            ByteBuilder e;
+            e.header().raw({0, 0, 1, 0, 1, 0, 0, 0, 0, 0}).u8(0).u8(1);
+            for (int axis = 0; axis < 3; ++axis)
+                e.i32(std::min(c.a[axis], c.b[axis])).i32(std::max(c.a[axis], c.b[axis]));
+            e.u8(c.width).u64(2).u8(1).u64(0).u8(1).u8(2).str("Standard").u8(1).u8(8).raw(c.packed);
+            (userDefined ? e.u64(1).u64(1) : e.u64(0)).u8(9);
+            e.u8(48).u32(0).u8(49).u8(3).raw({202, 0, 203}).pluginBlock();
+            EXPECT_EQ(e.bytes, bytes);
 
             MStlBase loaded;
             ASSERT_EQ(eStlFileIOSuccess, LoadFromBytes(bytes, loaded));
@@ -172,14 +138,10 @@ TEST(NativeGolden, CompactPointsAlwaysTakeFourBytesAndNoUserDefinedCount)
     h.AddVertex(1, 2, 3);
     h.AddVertex(4, 5, 3);
     h.Close();
-    Switches pointsOnly = Switches::AllOff();
-    pointsOnly.points = true;
-    const Bytes bytes = SaveToBytes(mesh, pointsOnly);
     ByteBuilder e;
-    e.u8(2).str("Compact").u8(1).u8(8);
-    e.u32(0).u32(0).u32(0).u32(3).u32(3).u32(0);
-    e.u8(9).u8(48).u32(0).u8(49).u8(3);
-    EXPECT_NE(SIZE_MAX, Find(bytes, e.bytes));
+    e.u8(2).str("Compact").u8(1).u8(8).u32(0).u32(0).u32(0).u32(3).u32(3).u32(0);
+    e.u8(9).u8(48).u32(0).u8(49).u8(3).raw({202, 0, 203});
+    EXPECT_EQ(e.bytes, BeforePluginBlock(mesh, Switches::Only(&Switches::points), e.bytes.size()));
 }
 
 TEST(NativeGolden, TriangleListPackedWithTheVertexIndexWidth)
@@ -191,13 +153,11 @@ TEST(NativeGolden, TriangleListPackedWithTheVertexIndexWidth)
     triangles[1]->SetColor(MStlColor(0x00123456u));
     Switches s = Switches::AllOff();
     s.points = s.triangles = s.colors = true;
-    const Bytes bytes = SaveToBytes(mesh, s);
     ByteBuilder e;
     e.u8(40).u64(2).raw({0, 1, 2, 1, 3, 2}); // four vertices: one byte per index
-    e.u8(1).u32(0).u32(0x01123456u);         // colours: undefined, then defined
-    e.u8(41);
+    e.u8(1).u32(0).u32(0x01123456u).u8(41);  // colours: undefined, then defined
     e.u8(42).u32(1).wstr("").u32(0).u8(60).u32(1).u8(1).u8(61).u8(43);
-    EXPECT_NE(SIZE_MAX, Find(bytes, e.bytes));
+    EXPECT_NE(SIZE_MAX, Find(SaveToBytes(mesh, s), e.bytes));
 }
 
 TEST(NativeGolden, FaceGroupsPresentAndAbsent)
@@ -205,21 +165,12 @@ TEST(NativeGolden, FaceGroupsPresentAndAbsent)
     MStlBase mesh;
     ASSERT_TRUE(mesh.Create({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {1, 1, 0}}, {{{0, 1, 2}, {1, 3, 2}}}, nullptr,
                             nullptr, nullptr));
-    const size_t block = PluginBlockSize();
-    {
-        const Bytes bytes = SaveToBytes(mesh, Switches::AllOff());
-        ASSERT_GT(bytes.size(), block + 3);
-        EXPECT_EQ((Bytes{202, 0, 203}), Bytes(bytes.end() - static_cast<std::ptrdiff_t>(block + 3),
-                                              bytes.end() - static_cast<std::ptrdiff_t>(block)));
-    }
+    EXPECT_EQ((Bytes{202, 0, 203}), BeforePluginBlock(mesh, Switches::AllOff(), 3));
     MStlBaseFaceGroupInfo* groups = mesh._CreateFaceGroupInfo();
     groups->SetFaceID(*mesh.GetTriangleWithIndex(0), 7);
     groups->SetFaceID(*mesh.GetTriangleWithIndex(1), 0x01020304u);
-    const Bytes bytes = SaveToBytes(mesh, Switches::AllOff());
     const Bytes expected{202, 1, 7, 0, 0, 0, 4, 3, 2, 1, 203}; // 3 + 4n bytes
-    ASSERT_GT(bytes.size(), block + expected.size());
-    EXPECT_EQ(expected, Bytes(bytes.end() - static_cast<std::ptrdiff_t>(block + expected.size()),
-                              bytes.end() - static_cast<std::ptrdiff_t>(block)));
+    EXPECT_EQ(expected, BeforePluginBlock(mesh, Switches::AllOff(), expected.size()));
 
     // The identifiers need the triangles in the same file; a file without face groups then
     // removes those of the mesh it is loaded into.

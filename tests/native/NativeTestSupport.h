@@ -1,6 +1,5 @@
-// Shared pieces of the native format tests: a fixed set of test plug-ins registered before any
-// test runs (so that every file written here has the same plug-in block), byte builders for
-// expected files, mesh builders and save/load helpers over memory files.
+// Shared pieces of the native format tests: test plug-ins registered before any test runs (so
+// that every file written here has the same plug-in block), byte builders, save/load helpers.
 #pragma once
 
 #include <KelSDK/FileIO/MFile.h>
@@ -52,9 +51,8 @@ private:
     size_t readCount_;
 };
 
-// The test registry, in registration order: "TA" (order 5, payload A1 A2 A3 A4, read whole),
-// "TS" (order 5, payload of 6 bytes, reads only 2), "TB" (order 2, empty payload). Sorted:
-// TB, TA, TS (TA before TS: equal orders keep their registration order).
+// Registered as "TA" (order 5, 4 bytes, read whole), "TS" (order 5, 6 bytes, reads only 2),
+// "TB" (order 2, empty). Sorted stably by order: TB, TA, TS.
 struct TestPlugins
 {
     BytesPlugin alpha{L"TA", 5, {0xA1, 0xA2, 0xA3, 0xA4}, 4};
@@ -64,10 +62,7 @@ struct TestPlugins
     void Reset()
     {
         for (BytesPlugin* p : {&alpha, &shortReader, &beta})
-        {
-            p->loaded.clear();
-            p->loadCount = 0;
-        }
+            p->loaded.clear(), p->loadCount = 0;
     }
 };
 
@@ -82,27 +77,19 @@ struct ByteBuilder
 {
     Bytes bytes;
 
-    ByteBuilder& u8(uint8_t v)
+    ByteBuilder& le(uint64_t v, int n)
     {
-        bytes.push_back(v);
-        return *this;
-    }
-    ByteBuilder& raw(std::initializer_list<uint8_t> values)
-    {
-        bytes.insert(bytes.end(), values);
-        return *this;
-    }
-    ByteBuilder& u32(uint32_t v)
-    {
-        for (int i = 0; i < 4; ++i)
+        for (int i = 0; i < n; ++i)
             bytes.push_back(static_cast<uint8_t>(v >> (8 * i)));
         return *this;
     }
-    ByteBuilder& i32(int32_t v) { return u32(static_cast<uint32_t>(v)); }
-    ByteBuilder& u64(uint64_t v)
+    ByteBuilder& u8(uint8_t v) { return le(v, 1); }
+    ByteBuilder& u32(uint32_t v) { return le(v, 4); }
+    ByteBuilder& i32(int32_t v) { return le(static_cast<uint32_t>(v), 4); }
+    ByteBuilder& u64(uint64_t v) { return le(v, 8); }
+    ByteBuilder& raw(const Bytes& values)
     {
-        for (int i = 0; i < 8; ++i)
-            bytes.push_back(static_cast<uint8_t>(v >> (8 * i)));
+        bytes.insert(bytes.end(), values.begin(), values.end());
         return *this;
     }
     ByteBuilder& f32(float f)
@@ -114,19 +101,14 @@ struct ByteBuilder
     // Narrow string: u32 byte count and the bytes.
     ByteBuilder& str(const std::string& s)
     {
-        u32(static_cast<uint32_t>(s.size()));
-        bytes.insert(bytes.end(), s.begin(), s.end());
-        return *this;
+        return u32(static_cast<uint32_t>(s.size())).raw(Bytes(s.begin(), s.end()));
     }
     // Wide string of ASCII characters: u32 unit count and UTF-16LE units.
     ByteBuilder& wstr(const std::string& s)
     {
         u32(static_cast<uint32_t>(s.size()));
         for (char c : s)
-        {
-            bytes.push_back(static_cast<uint8_t>(c));
-            bytes.push_back(0);
-        }
+            u8(static_cast<uint8_t>(c)).u8(0);
         return *this;
     }
     // Header: 0, the magic, 1.
@@ -134,28 +116,20 @@ struct ByteBuilder
     // The plug-in block of the test registry, starting at the current size.
     ByteBuilder& pluginBlock()
     {
-        u8(194).u32(3);
-        section("TB", {});
-        section("TA", {0xA1, 0xA2, 0xA3, 0xA4});
-        section("TS", {0x51, 0x52, 0x53, 0x54, 0x55, 0x56});
-        return u8(195);
+        u8(194).u32(3).section("TB", {}).section("TA", {0xA1, 0xA2, 0xA3, 0xA4});
+        return section("TS", {0x51, 0x52, 0x53, 0x54, 0x55, 0x56}).u8(195);
     }
     // One plug-in section: wide name, absolute end position, payload.
     ByteBuilder& section(const std::string& name, const Bytes& payload)
     {
-        wstr(name);
-        u32(static_cast<uint32_t>(bytes.size() + 4 + payload.size()));
-        bytes.insert(bytes.end(), payload.begin(), payload.end());
-        return *this;
+        wstr(name).u32(static_cast<uint32_t>(bytes.size() + 4 + payload.size()));
+        return raw(payload);
     }
 };
 
-// Size of the test plug-in block in bytes.
 inline size_t PluginBlockSize()
 {
-    ByteBuilder b;
-    b.pluginBlock();
-    return b.bytes.size();
+    return ByteBuilder().pluginBlock().bytes.size();
 }
 
 // Writer options for all switches.
@@ -166,6 +140,12 @@ struct Switches
 
     static Switches AllOff() { return {false, false, false, false, false, false, false, false, false}; }
     static Switches AllOn() { return {true, true, true, true, true, true, true, true, true}; }
+    static Switches Only(bool Switches::*on)
+    {
+        Switches s = AllOff();
+        s.*on = true;
+        return s;
+    }
     void Apply(MStlFileIO& io) const
     {
         io.SetSaveColors(colors);
@@ -199,12 +179,14 @@ inline Bytes SaveToBytes(MStlBase& mesh, const Switches& switches = Switches(),
 }
 
 // Loads bytes into the mesh; returns the code (and the reader's error text in *text).
-inline MStlFileIO::MErrorCode LoadFromBytes(const Bytes& bytes, MStlBase& mesh, std::string* text = nullptr)
+inline MStlFileIO::MErrorCode LoadFromBytes(const Bytes& bytes, MStlBase& mesh, std::string* text = nullptr,
+                                            MStlFileIO* reader = nullptr)
 {
     Plugins();
     KelSDK::FileIO::MMemoryFile file;
     file.OpenRead(bytes.data(), bytes.size());
-    MStlFileIO io;
+    MStlFileIO own;
+    MStlFileIO& io = reader ? *reader : own;
     io.SetStl(&mesh);
     io.SetFile(file);
     const MStlFileIO::MErrorCode code = io.Load(nullptr);
