@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <memory>
 #include <numeric>
 
 using KelSDK::FileIO::MFile;
@@ -37,23 +38,31 @@ protected:
         return Memory() ? memory.GetData() : KelTest::ReadWholeFile(dir_.Path() / "written.bin");
     }
 
-    // Runs fn on a file opened for reading the given bytes.
-    void Read(const Bytes& bytes, const std::function<void(MFile&)>& fn)
+    // A file open for reading the given bytes.
+    std::unique_ptr<MFile> Open(const Bytes& bytes)
     {
-        MMemoryFile memory;
-        MFile disk(BufferSize());
-        if (!Memory())
-            KelTest::WriteWholeFile(dir_.Path() / "read.bin", bytes);
-        ASSERT_TRUE(Memory() ? memory.OpenRead(bytes.data(), bytes.size())
-                             : disk.OPEN_READ(dir_.Wide("read.bin")));
-        MFile& file = Memory() ? memory : disk;
-        EXPECT_EQ(file.GetSize(), static_cast<int64_t>(bytes.size()));
-        fn(file);
+        std::unique_ptr<MFile> file;
+        if (Memory())
+        {
+            auto memory = std::make_unique<MMemoryFile>();
+            EXPECT_TRUE(memory->OpenRead(bytes.data(), bytes.size()));
+            file = std::move(memory);
+        }
+        else
+        {
+            const std::string name = "read" + std::to_string(++opened_) + ".bin";
+            KelTest::WriteWholeFile(dir_.Path() / name, bytes);
+            file = std::make_unique<MFile>(BufferSize());
+            EXPECT_TRUE(file->OPEN_READ(dir_.Wide(name)));
+        }
+        EXPECT_EQ(file->GetSize(), static_cast<int64_t>(bytes.size()));
+        return file;
     }
 
     bool Memory() const { return GetParam() == Backend::Memory; }
     int64_t BufferSize() const { return GetParam() == Backend::DiskTinyBuffer ? 5 : 1 << 16; }
     KelTest::ScratchDir dir_;
+    int opened_ = 0;
 };
 
 // One value of every scalar type READ/WRITE take, then 16- and 32-bit words.
@@ -104,27 +113,17 @@ TEST_P(MFileEncoding, ScalarTypesAndWordsAreLittleEndianAndReadBack)
     EXPECT_EQ(Write([&](MFile& f) { values.Transfer(f, true); }), expected);
     Scalars back;
     std::memset(static_cast<void*>(&back), 0, sizeof(back));
-    Read(expected,
-         [&](MFile& f)
-         {
-             back.Transfer(f, false);
-             EXPECT_EQ(f.GetRemaining(), 0);
-             EXPECT_EQ(f.GetStatus(), 0);
-         });
+    auto f = Open(expected);
+    back.Transfer(*f, false);
+    EXPECT_EQ(f->GetRemaining(), 0);
+    EXPECT_EQ(f->GetStatus(), 0);
     // What was read encodes to the same bytes again.
-    MMemoryFile again;
-    ASSERT_TRUE(again.OpenWrite());
-    back.Transfer(again, true);
-    EXPECT_TRUE(again.Close());
-    EXPECT_EQ(again.GetData(), expected);
+    EXPECT_EQ(Write([&](MFile& out) { back.Transfer(out, true); }), expected);
     // Any non-zero byte reads as true.
-    Read({0x00, 0x01, 0x02, 0xFF},
-         [](MFile& f)
-         {
-             bool flags[4] = {true, false, false, false};
-             ASSERT_TRUE(f.READ(flags, 4));
-             EXPECT_EQ(std::vector<bool>(flags, flags + 4), (std::vector<bool>{false, true, true, true}));
-         });
+    f = Open({0x00, 0x01, 0x02, 0xFF});
+    bool flags[4] = {true, false, false, false};
+    ASSERT_TRUE(f->READ(flags, 4));
+    EXPECT_EQ(std::vector<bool>(flags, flags + 4), (std::vector<bool>{false, true, true, true}));
 }
 
 TEST_P(MFileEncoding, StringsAreCountThenUnitsWithSurrogatePairs)
@@ -143,52 +142,41 @@ TEST_P(MFileEncoding, StringsAreCountThenUnitsWithSurrogatePairs)
                             0xE9, 0x00, 0x3D, 0xD8, 0x00, 0xDE, 0x00, 0x00, 0x00, 0x00, 0x01, 0x00,
                             0x00, 0x00, 0x22, 0x6F, 'p',  'l',  'a',  'i',  'n'};
     EXPECT_EQ(bytes, expected);
-    Read(expected,
-         [](MFile& f)
-         {
-             std::string text = "previous";
-             for (const std::string& want : {std::string("abc"), std::string(), std::string("x\0y", 3)})
-             {
-                 EXPECT_TRUE(f.READ_STRING_DATA(text));
-                 EXPECT_EQ(text, want);
-             }
-             std::wstring wide = L"previous";
-             for (const wchar_t* want : {L"A\u00e9\U0001F600", L"", L"\u6f22"})
-             {
-                 EXPECT_TRUE(f.READ_STRING_RAW(wide));
-                 EXPECT_EQ(wide, want);
-             }
-             EXPECT_EQ(f.GetRemaining(), 5);
-         });
+    auto f = Open(expected);
+    std::string text = "previous";
+    for (const std::string& want : {std::string("abc"), std::string(), std::string("x\0y", 3)})
+    {
+        EXPECT_TRUE(f->READ_STRING_DATA(text));
+        EXPECT_EQ(text, want);
+    }
+    std::wstring wide = L"previous";
+    for (const wchar_t* want : {L"A\u00e9\U0001F600", L"", L"\u6f22"})
+    {
+        EXPECT_TRUE(f->READ_STRING_RAW(wide));
+        EXPECT_EQ(wide, want);
+    }
+    EXPECT_EQ(f->GetRemaining(), 5);
     // Lone surrogates read as their code units: high then 'A', a lone low, a pair; a trailing high.
-    Read({0x05, 0x00, 0x00, 0x00, 0x00, 0xD8, 0x41, 0x00, 0x00, 0xDC,
-          0x3D, 0xD8, 0x00, 0xDE, 0x01, 0x00, 0x00, 0x00, 0x01, 0xD8},
-         [](MFile& f)
-         {
-             std::wstring text;
-             EXPECT_TRUE(f.READ_STRING_RAW(text));
-             if constexpr (sizeof(wchar_t) == 4)
-             {
-                 EXPECT_EQ(text, (std::wstring{wchar_t(0xD800), L'A', wchar_t(0xDC00), wchar_t(0x1F600)}));
-             }
-             EXPECT_EQ(text.size(), sizeof(wchar_t) == 4 ? 4u : 5u);
-             EXPECT_TRUE(f.READ_STRING_RAW(text));
-             EXPECT_EQ(text, std::wstring(1, wchar_t(0xD801)));
-         });
+    f = Open({0x05, 0x00, 0x00, 0x00, 0x00, 0xD8, 0x41, 0x00, 0x00, 0xDC,
+              0x3D, 0xD8, 0x00, 0xDE, 0x01, 0x00, 0x00, 0x00, 0x01, 0xD8});
+    EXPECT_TRUE(f->READ_STRING_RAW(wide));
+    if constexpr (sizeof(wchar_t) == 4)
+    {
+        EXPECT_EQ(wide, (std::wstring{wchar_t(0xD800), L'A', wchar_t(0xDC00), wchar_t(0x1F600)}));
+    }
+    EXPECT_EQ(wide.size(), sizeof(wchar_t) == 4 ? 4u : 5u);
+    EXPECT_TRUE(f->READ_STRING_RAW(wide));
+    EXPECT_EQ(wide, std::wstring(1, wchar_t(0xD801)));
     // 3000 characters, every third beyond the BMP: 4000 units, pairs straddling the conversion blocks.
-    std::wstring text;
+    std::wstring longText;
     for (int i = 0; i < 3000; ++i)
-        text += i % 3 == 2 ? static_cast<wchar_t>(0x10000 + i) : static_cast<wchar_t>(L'a' + i % 26);
-    const Bytes longBytes = Write([&](MFile& f) { EXPECT_TRUE(f.WRITE_STRING_RAW(text.c_str())); });
+        longText += i % 3 == 2 ? static_cast<wchar_t>(0x10000 + i) : static_cast<wchar_t>(L'a' + i % 26);
+    const Bytes longBytes = Write([&](MFile& f) { EXPECT_TRUE(f.WRITE_STRING_RAW(longText.c_str())); });
     ASSERT_EQ(longBytes.size(), 4u + 2u * 4000u);
     EXPECT_EQ(longBytes[0] | longBytes[1] << 8, 4000);
-    Read(longBytes,
-         [&](MFile& f)
-         {
-             std::wstring back;
-             EXPECT_TRUE(f.READ_STRING_RAW(back));
-             EXPECT_EQ(back, text);
-         });
+    f = Open(longBytes);
+    EXPECT_TRUE(f->READ_STRING_RAW(wide));
+    EXPECT_EQ(wide, longText);
 }
 
 TEST_P(MFileEncoding, ByteArraysUseTheNarrowestWidthAndRejectOthers)
@@ -223,14 +211,11 @@ TEST_P(MFileEncoding, ByteArraysUseTheNarrowestWidthAndRejectOthers)
                             { EXPECT_TRUE(f.WRITE_AS_BYTE_ARRAY(c.values.data(), c.values.size())); }),
                       c.bytes);
         }
-        Read(c.bytes,
-             [&](MFile& f)
-             {
-                 std::vector<uint32_t> back(c.values.size(), 0xAAAAAAAAu);
-                 EXPECT_EQ(f.READ_AS_BYTE_ARRAY(back.data(), back.size()), c.status == 0);
-                 EXPECT_EQ(back, c.values);
-                 EXPECT_EQ(f.GetStatus(), c.status);
-             });
+        auto f = Open(c.bytes);
+        std::vector<uint32_t> back(c.values.size(), 0xAAAAAAAAu);
+        EXPECT_EQ(f->READ_AS_BYTE_ARRAY(back.data(), back.size()), c.status == 0);
+        EXPECT_EQ(back, c.values);
+        EXPECT_EQ(f->GetStatus(), c.status);
     }
     // 5000 values at each width: the packing crosses buffer refills.
     for (uint32_t top : {200u, 60000u, 16000000u, 4000000000u})
@@ -242,7 +227,8 @@ TEST_P(MFileEncoding, ByteArraysUseTheNarrowestWidthAndRejectOthers)
         const Bytes bytes =
             Write([&](MFile& f) { EXPECT_TRUE(f.WRITE_AS_BYTE_ARRAY(values.data(), values.size())); });
         EXPECT_EQ(bytes.size(), 1 + size_t{bytes.at(0)} * values.size());
-        Read(bytes, [&](MFile& f) { EXPECT_TRUE(f.READ_AS_BYTE_ARRAY(back.data(), back.size())); });
+        auto f = Open(bytes);
+        EXPECT_TRUE(f->READ_AS_BYTE_ARRAY(back.data(), back.size()));
         EXPECT_EQ(back, values);
     }
 }
@@ -250,30 +236,27 @@ TEST_P(MFileEncoding, ByteArraysUseTheNarrowestWidthAndRejectOthers)
 TEST_P(MFileEncoding, TruncatedReadZeroFillsAndTheErrorSticks)
 {
     // Six bytes: one float and half of the next.
-    Read({0x00, 0x00, 0x80, 0x3F, 0x11, 0x22},
-         [](MFile& f)
-         {
-             float values[3] = {7.0f, 7.0f, 7.0f};
-             EXPECT_FALSE(f.READ(values, 3));
-             EXPECT_EQ(values[0], 1.0f);
-             unsigned char raw[4];
-             std::memcpy(raw, &values[1], 4);
-             EXPECT_EQ(Bytes(raw, raw + 4), (Bytes{0x11, 0x22, 0x00, 0x00}));
-             EXPECT_EQ(values[2], 0.0f);
-             EXPECT_TRUE(f.HasError());
-             EXPECT_EQ(f.GetStatus(), MFile::StatusReadPastEnd);
-             EXPECT_EQ(f.GetRemaining(), 0);
-             // Sticky: a later read at the end fails again, the status stays the first one.
-             uint32_t more = 5;
-             EXPECT_FALSE(f.READ(&more, 1));
-             EXPECT_EQ(more, 0u);
-             EXPECT_TRUE(f.Seek(0));
-             EXPECT_TRUE(f.READ(&more, 1));
-             EXPECT_EQ(f.GetStatus(), MFile::StatusReadPastEnd);
-             f.ClearError();
-             EXPECT_FALSE(f.HasError());
-             EXPECT_FALSE(f.Close()); // Close still remembers that a read failed
-         });
+    auto f = Open({0x00, 0x00, 0x80, 0x3F, 0x11, 0x22});
+    float values[3] = {7.0f, 7.0f, 7.0f};
+    EXPECT_FALSE(f->READ(values, 3));
+    EXPECT_EQ(values[0], 1.0f);
+    unsigned char raw[4];
+    std::memcpy(raw, &values[1], 4);
+    EXPECT_EQ(Bytes(raw, raw + 4), (Bytes{0x11, 0x22, 0x00, 0x00}));
+    EXPECT_EQ(values[2], 0.0f);
+    EXPECT_TRUE(f->HasError());
+    EXPECT_EQ(f->GetStatus(), MFile::StatusReadPastEnd);
+    EXPECT_EQ(f->GetRemaining(), 0);
+    // Sticky: a later read at the end fails again, the status stays the first one.
+    uint32_t more = 5;
+    EXPECT_FALSE(f->READ(&more, 1));
+    EXPECT_EQ(more, 0u);
+    EXPECT_TRUE(f->Seek(0));
+    EXPECT_TRUE(f->READ(&more, 1));
+    EXPECT_EQ(f->GetStatus(), MFile::StatusReadPastEnd);
+    f->ClearError();
+    EXPECT_FALSE(f->HasError());
+    EXPECT_FALSE(f->Close()); // Close still remembers that a read failed
 }
 
 TEST_P(MFileEncoding, CountsBeyondTheFileAreRefusedBeforeAllocating)
@@ -295,18 +278,14 @@ TEST_P(MFileEncoding, CountsBeyondTheFileAreRefusedBeforeAllocating)
     for (const Case& c : cases)
     {
         SCOPED_TRACE(testing::PrintToString(c.bytes));
-        Read(c.bytes,
-             [&](MFile& f)
-             {
-                 std::string text = "old";
-                 std::wstring wide = L"old";
-                 EXPECT_EQ(c.wide ? f.READ_STRING_RAW(wide) : f.READ_STRING_DATA(text), c.status == 0);
-                 EXPECT_EQ(f.GetStatus(), c.status);
-                 EXPECT_TRUE(c.status != 0 || text == "abcd") << text.size();
-                 EXPECT_TRUE(c.status != MFile::StatusBadData ||
-                             (c.wide ? wide.empty() && wide.capacity() < 1000
-                                     : text.empty() && text.capacity() < 1000));
-             });
+        auto f = Open(c.bytes);
+        std::string text = "old";
+        std::wstring wide = L"old";
+        EXPECT_EQ(c.wide ? f->READ_STRING_RAW(wide) : f->READ_STRING_DATA(text), c.status == 0);
+        EXPECT_EQ(f->GetStatus(), c.status);
+        EXPECT_TRUE(c.status != 0 || text == "abcd") << text.size();
+        EXPECT_TRUE(c.status != MFile::StatusBadData || (c.wide ? wide.empty() && wide.capacity() < 1000
+                                                                : text.empty() && text.capacity() < 1000));
     }
 }
 
@@ -331,33 +310,30 @@ TEST_P(MFileEncoding, SeekBackPatchAndContinue)
     ASSERT_EQ(bytes.size(), 2008u);
     EXPECT_EQ(Bytes(bytes.begin(), bytes.begin() + 7), (Bytes{0xC2, 2007 & 0xFF, 2007 >> 8, 0, 0, 1, 0}));
     EXPECT_EQ(Bytes(bytes.begin() + 2005, bytes.end()), (Bytes{1001 & 0xFF, 1001 >> 8, 0xC3}));
-    Read(bytes,
-         [&](MFile& f)
-         {
-             unsigned char tag = 0;
-             uint32_t end = 0;
-             uint16_t value = 7;
-             EXPECT_TRUE(f.READ(&tag, 1) && f.READ(&end, 1) && f.Seek(end) && f.READ(&tag, 1));
-             EXPECT_EQ(tag, 0xC3);
-             EXPECT_TRUE(f.Seek(3) && f.READ(&value, 1));
-             EXPECT_EQ(value, 0);
-             // A read file takes no writes and stays as it was.
-             EXPECT_FALSE(f.WRITE(&value, 1) || f.FPRINTF("%d", 1));
-             EXPECT_EQ(f.GetStatus(), MFile::StatusNotOpen);
-             f.ClearError();
-             EXPECT_TRUE(f.Seek(2005));
-             EXPECT_EQ(f.Tell(), 2005);
-             EXPECT_EQ(f.GetRemaining(), 3);
-             EXPECT_TRUE(f.READ(&value, 1));
-             EXPECT_EQ(value, 1001);
-             EXPECT_EQ(f.GetStatus(), 0);
-             // Outside the file: fails, the position stays.
-             EXPECT_TRUE(f.Seek(2008));
-             EXPECT_FALSE(f.Seek(2009));
-             EXPECT_EQ(f.GetStatus(), MFile::StatusSeekFailed);
-             EXPECT_FALSE(f.Seek(-1));
-             EXPECT_EQ(f.Tell(), 2008);
-         });
+    auto f = Open(bytes);
+    unsigned char tag = 0;
+    uint32_t end = 0;
+    uint16_t value = 7;
+    EXPECT_TRUE(f->READ(&tag, 1) && f->READ(&end, 1) && f->Seek(end) && f->READ(&tag, 1));
+    EXPECT_EQ(tag, 0xC3);
+    EXPECT_TRUE(f->Seek(3) && f->READ(&value, 1));
+    EXPECT_EQ(value, 0);
+    // A read file takes no writes and stays as it was.
+    EXPECT_FALSE(f->WRITE(&value, 1) || f->FPRINTF("%d", 1));
+    EXPECT_EQ(f->GetStatus(), MFile::StatusNotOpen);
+    f->ClearError();
+    EXPECT_TRUE(f->Seek(2005));
+    EXPECT_EQ(f->Tell(), 2005);
+    EXPECT_EQ(f->GetRemaining(), 3);
+    EXPECT_TRUE(f->READ(&value, 1));
+    EXPECT_EQ(value, 1001);
+    EXPECT_EQ(f->GetStatus(), 0);
+    // Outside the file: fails, the position stays.
+    EXPECT_TRUE(f->Seek(2008));
+    EXPECT_FALSE(f->Seek(2009));
+    EXPECT_EQ(f->GetStatus(), MFile::StatusSeekFailed);
+    EXPECT_FALSE(f->Seek(-1));
+    EXPECT_EQ(f->Tell(), 2008);
 }
 
 TEST_P(MFileEncoding, LargeArraysCrossTheBufferAtOddOffsets)
@@ -379,19 +355,16 @@ TEST_P(MFileEncoding, LargeArraysCrossTheBufferAtOddOffsets)
             }
         });
     ASSERT_EQ(bytes.size(), 1 + values.size() * 8);
-    Read(bytes,
-         [&](MFile& f)
-         {
-             size_t at = 0;
-             EXPECT_TRUE(f.READ(&lead, 1));
-             for (size_t chunk : {5, 9000, 2, 16385, 11, 44597})
-             {
-                 EXPECT_TRUE(f.READ(back.data() + at, chunk));
-                 at += chunk;
-             }
-             EXPECT_EQ(f.GetRemaining(), 0);
-             EXPECT_EQ(f.GetStatus(), 0);
-         });
+    auto f = Open(bytes);
+    size_t at = 0;
+    EXPECT_TRUE(f->READ(&lead, 1));
+    for (size_t chunk : {5, 9000, 2, 16385, 11, 44597})
+    {
+        EXPECT_TRUE(f->READ(back.data() + at, chunk));
+        at += chunk;
+    }
+    EXPECT_EQ(f->GetRemaining(), 0);
+    EXPECT_EQ(f->GetStatus(), 0);
     EXPECT_EQ(lead, 0x5A);
     EXPECT_EQ(back, values);
 }
@@ -421,24 +394,18 @@ TEST_P(MFileEncoding, EveryPrefixAndBitFlipEndsDefined)
     };
     for (size_t length = 0; length <= bytes.size(); ++length)
     {
-        Read(Bytes(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(length)),
-             [&](MFile& f)
-             {
-                 const bool ok = readAll(f);
-                 EXPECT_EQ(ok, length == bytes.size()) << length;
-                 EXPECT_EQ(f.HasError(), !ok) << length;
-             });
+        auto f = Open(Bytes(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(length)));
+        const bool ok = readAll(*f);
+        EXPECT_EQ(ok, length == bytes.size()) << length;
+        EXPECT_EQ(f->HasError(), !ok) << length;
     }
     for (size_t bit = 0; bit < bytes.size() * 8; bit += 3)
     {
         Bytes flipped = bytes;
         flipped[bit / 8] ^= static_cast<uint8_t>(1u << (bit % 8));
-        Read(flipped,
-             [&](MFile& f)
-             {
-                 EXPECT_EQ(f.HasError(), !readAll(f)) << bit;
-                 EXPECT_LE(f.Tell(), static_cast<int64_t>(flipped.size()));
-             });
+        auto f = Open(flipped);
+        EXPECT_EQ(f->HasError(), !readAll(*f)) << bit;
+        EXPECT_LE(f->Tell(), static_cast<int64_t>(flipped.size()));
     }
 }
 
