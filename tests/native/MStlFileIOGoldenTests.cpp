@@ -15,7 +15,7 @@ ByteBuilder& EmptyProperties(ByteBuilder& b)
 }
 
 // The bytes of a mesh saved with the switches, found at the end of the file before the plug-in block.
-Bytes BeforePluginBlock(MStlBase& mesh, const Switches& s, size_t length)
+Bytes BeforePluginBlock(MStlBase& mesh, unsigned s, size_t length)
 {
     const Bytes bytes = SaveToBytes(mesh, s);
     const size_t block = PluginBlockSize();
@@ -34,7 +34,7 @@ TEST(NativeGolden, EmptyMeshWithAllSwitchesOffAndWithDefaults)
     EmptyProperties(off).u8(2).str("Standard");
     off.u8(48).u32(0).u8(49).u8(3);       // graph feature, always present
     off.raw({202, 0, 203}).pluginBlock(); // face groups, absent
-    EXPECT_EQ(off.bytes, SaveToBytes(mesh, Switches::AllOff(), &code));
+    EXPECT_EQ(off.bytes, SaveToBytes(mesh, kAllOff, &code));
     EXPECT_EQ(eStlFileIOSuccess, code);
 
     ByteBuilder defaults;
@@ -62,7 +62,7 @@ TEST(NativeGolden, MaterialWordOrder)
     material.SetAmbient(0x01020304u);
     material.SetShininess(2.5f);
     mesh.SetMaterial(material);
-    const Bytes bytes = SaveToBytes(mesh, Switches::Only(&Switches::colors));
+    const Bytes bytes = SaveToBytes(mesh, kColors);
     EXPECT_NE(
         SIZE_MAX,
         Find(bytes,
@@ -104,7 +104,7 @@ TEST(NativeGolden, PointListAtEveryWidth)
             std::vector<MStlPoint*> created;
             ASSERT_TRUE(mesh.CreatePoints({c.a, c.b}, &created));
             created[1]->SetUserDefined(userDefined);
-            const Bytes bytes = SaveToBytes(mesh, Switches::Only(&Switches::points));
+            const Bytes bytes = SaveToBytes(mesh, kPoints);
 
             ByteBuilder e;
             e.header().raw({0, 0, 1, 0, 1, 0, 0, 0, 0, 0}).u8(0).u8(1);
@@ -141,7 +141,7 @@ TEST(NativeGolden, CompactPointsAlwaysTakeFourBytesAndNoUserDefinedCount)
     ByteBuilder e;
     e.u8(2).str("Compact").u8(1).u8(8).u32(0).u32(0).u32(0).u32(3).u32(3).u32(0);
     e.u8(9).u8(48).u32(0).u8(49).u8(3).raw({202, 0, 203});
-    EXPECT_EQ(e.bytes, BeforePluginBlock(mesh, Switches::Only(&Switches::points), e.bytes.size()));
+    EXPECT_EQ(e.bytes, BeforePluginBlock(mesh, kPoints, e.bytes.size()));
 }
 
 TEST(NativeGolden, TriangleListPackedWithTheVertexIndexWidth)
@@ -151,8 +151,7 @@ TEST(NativeGolden, TriangleListPackedWithTheVertexIndexWidth)
     ASSERT_TRUE(mesh.Create({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {1, 1, 0}}, {{{0, 1, 2}, {1, 3, 2}}}, nullptr,
                             nullptr, &triangles));
     triangles[1]->SetColor(MStlColor(0x00123456u));
-    Switches s = Switches::AllOff();
-    s.points = s.triangles = s.colors = true;
+    const unsigned s = kPoints | kTriangles | kColors;
     ByteBuilder e;
     e.u8(40).u64(2).raw({0, 1, 2, 1, 3, 2}); // four vertices: one byte per index
     e.u8(1).u32(0).u32(0x01123456u).u8(41);  // colours: undefined, then defined
@@ -165,12 +164,12 @@ TEST(NativeGolden, FaceGroupsPresentAndAbsent)
     MStlBase mesh;
     ASSERT_TRUE(mesh.Create({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {1, 1, 0}}, {{{0, 1, 2}, {1, 3, 2}}}, nullptr,
                             nullptr, nullptr));
-    EXPECT_EQ((Bytes{202, 0, 203}), BeforePluginBlock(mesh, Switches::AllOff(), 3));
+    EXPECT_EQ((Bytes{202, 0, 203}), BeforePluginBlock(mesh, kAllOff, 3));
     MStlBaseFaceGroupInfo* groups = mesh._CreateFaceGroupInfo();
     groups->SetFaceID(*mesh.GetTriangleWithIndex(0), 7);
     groups->SetFaceID(*mesh.GetTriangleWithIndex(1), 0x01020304u);
     const Bytes expected{202, 1, 7, 0, 0, 0, 4, 3, 2, 1, 203}; // 3 + 4n bytes
-    EXPECT_EQ(expected, BeforePluginBlock(mesh, Switches::AllOff(), expected.size()));
+    EXPECT_EQ(expected, BeforePluginBlock(mesh, kAllOff, expected.size()));
 
     // The identifiers need the triangles in the same file; a file without face groups then
     // removes those of the mesh it is loaded into.

@@ -84,48 +84,36 @@ TEST(NativePlugins, BadEndPositionsAndCounts)
 
 TEST(NativePlugins, FileHelpersAndSaveLoadThroughARealFile)
 {
-    const auto temp = [](const char* stem)
-    {
-        const std::string narrow = std::string(::testing::TempDir()) + stem;
-        return std::wstring(narrow.begin(), narrow.end());
-    };
-    const std::wstring native = temp("kel_native_helper.kstl"), other = temp("kel_native_helper.stl");
-    const std::wstring missing = temp("kel_native_missing.kstl");
-    MStlBase mesh;
+    const std::string narrow = std::string(::testing::TempDir()) + "kel_native_helper.kstl";
+    const std::wstring native(narrow.begin(), narrow.end()), missing = native + L".missing";
+    MStlBase mesh, loaded;
     mesh.Create({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}, {{{0, 1, 2}}}, nullptr, nullptr, nullptr);
+    for (bool save : {true, false}) // on disk, the end positions are patched by seeking back
     {
-        // Saved with MFile on disk: end positions are patched by seeking.
-        KelSDK::FileIO::MFile f, g;
-        ASSERT_TRUE(f.OPEN_WRITE(native));
+        KelSDK::FileIO::MFile f;
+        ASSERT_TRUE(save ? f.OPEN_WRITE(native) : f.OPEN_READ(native));
         MStlFileIO io;
-        io.SetStl(&mesh);
+        io.SetStl(save ? &mesh : &loaded);
         io.SetFile(f);
-        ASSERT_EQ(eStlFileIOSuccess, io.Save(nullptr));
+        Plugins().Reset();
+        ASSERT_EQ(eStlFileIOSuccess, save ? io.Save(nullptr) : io.Load(nullptr));
         ASSERT_TRUE(f.Close());
-        ASSERT_TRUE(g.OPEN_WRITE(other));
-        g.WRITE_STRING("solid x\nendsolid x\n");
-        ASSERT_TRUE(g.Close());
     }
+    EXPECT_EQ(1u, loaded.NumberOfTriangles());
+    EXPECT_EQ(Plugins().alpha.Payload(), Plugins().alpha.loaded);
     EXPECT_TRUE(MStlFileIO::IsNativeFile(native));
-    EXPECT_FALSE(MStlFileIO::IsNativeFile(other));
     EXPECT_FALSE(MStlFileIO::IsNativeFile(missing));
     std::vector<std::wstring> sections;
     EXPECT_EQ(eStlFileIOSuccess, MStlFileIO::ListPluginSections(native, sections));
     EXPECT_EQ((std::vector<std::wstring>{L"TB", L"TA", L"TS"}), sections);
-    EXPECT_EQ(eStlFileIOBadFormat, MStlFileIO::ListPluginSections(other, sections));
     EXPECT_EQ(eStlFileIOFileNotOpen, MStlFileIO::ListPluginSections(missing, sections));
     {
-        KelSDK::FileIO::MFile f;
-        ASSERT_TRUE(f.OPEN_READ(native));
-        MStlBase loaded;
-        MStlFileIO io;
-        io.SetStl(&loaded);
-        io.SetFile(f);
-        Plugins().Reset();
-        ASSERT_EQ(eStlFileIOSuccess, io.Load(nullptr));
-        EXPECT_EQ(1u, loaded.NumberOfTriangles());
-        EXPECT_EQ(Plugins().alpha.Payload(), Plugins().alpha.loaded);
+        KelSDK::FileIO::MFile g; // a text STL file is not native
+        ASSERT_TRUE(g.OPEN_WRITE(native));
+        g.WRITE_STRING("solid x\nendsolid x\n");
+        ASSERT_TRUE(g.Close());
     }
-    std::remove(std::string(native.begin(), native.end()).c_str());
-    std::remove(std::string(other.begin(), other.end()).c_str());
+    EXPECT_FALSE(MStlFileIO::IsNativeFile(native));
+    EXPECT_EQ(eStlFileIOBadFormat, MStlFileIO::ListPluginSections(native, sections));
+    std::remove(narrow.c_str());
 }

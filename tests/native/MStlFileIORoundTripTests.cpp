@@ -182,7 +182,7 @@ TEST(NativeRoundTrip, EveryKindWithEverySectionAndIntoAMeshOfAnotherKind)
         else
             BuildHybrid(mesh, kind);
         MStlFileIO::MErrorCode code = eStlFileIONoStl;
-        const Bytes bytes = SaveToBytes(mesh, Switches::AllOn(), &code);
+        const Bytes bytes = SaveToBytes(mesh, kAllOn, &code);
         ASSERT_EQ(eStlFileIOSuccess, code);
         MStlBase loaded;
         ASSERT_EQ(eStlFileIOSuccess, LoadFromBytes(bytes, loaded));
@@ -193,8 +193,7 @@ TEST(NativeRoundTrip, EveryKindWithEverySectionAndIntoAMeshOfAnotherKind)
         else
         {
             EXPECT_FALSE(loaded.GetStlHybrid().GetVerticesShared());
-            EXPECT_EQ(bytes,
-                      SaveToBytes(loaded, Switches::AllOn())); // the loaded mesh saves to the same bytes
+            EXPECT_EQ(bytes, SaveToBytes(loaded, kAllOn)); // the loaded mesh saves to the same bytes
         }
         if (kind == eStlCompact)
         {
@@ -247,7 +246,7 @@ TEST(NativeRoundTrip, FileWithoutGeometryKeepsTheTargetsGeometry)
     MStlBase mesh;
     ASSERT_TRUE(mesh.CreatePoints(points, nullptr));
     mesh.GetRegisteredPoints().AddPoint(MStlRegisteredPoint{4, 5, 6, 1, L"p"});
-    const Bytes bytes = SaveToBytes(mesh, Switches::Only(&Switches::registeredPoints));
+    const Bytes bytes = SaveToBytes(mesh, kRegistered);
     ASSERT_LT(bytes.size(), 600u);
     MStlBase target;
     ASSERT_TRUE(target.CreatePoints({{1, 1, 1}}, nullptr));

@@ -1,5 +1,4 @@
-// Shared pieces of the native format tests: test plug-ins registered before any test runs (so
-// that every file written here has the same plug-in block), byte builders, save/load helpers.
+// Shared pieces of the native format tests: test plug-ins, byte builders, save/load helpers.
 #pragma once
 
 #include <KelSDK/FileIO/MFile.h>
@@ -9,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -132,43 +132,28 @@ inline size_t PluginBlockSize()
     return ByteBuilder().pluginBlock().bytes.size();
 }
 
-// Writer options for all switches.
-struct Switches
-{
-    bool colors = true, curves = true, masks = true, points = true, registeredPoints = true;
-    bool history = false, marks = false, visibilities = false, triangles = true;
-
-    static Switches AllOff() { return {false, false, false, false, false, false, false, false, false}; }
-    static Switches AllOn() { return {true, true, true, true, true, true, true, true, true}; }
-    static Switches Only(bool Switches::*on)
-    {
-        Switches s = AllOff();
-        s.*on = true;
-        return s;
-    }
-    void Apply(MStlFileIO& io) const
-    {
-        io.SetSaveColors(colors);
-        io.SetSaveCurves(curves);
-        io.SetSaveMasks(masks);
-        io.SetSavePoints(points);
-        io.SetSaveRegisteredPoints(registeredPoints);
-        io.SetSaveStlHistory(history);
-        io.SetSaveTriangleMarks(marks);
-        io.SetSaveTriangleVisibilities(visibilities);
-        io.SetSaveTriangles(triangles);
-    }
-};
+// Writer switches as bits; Defaults are those of a new MStlFileIO.
+constexpr unsigned kColors = 1, kCurves = 2, kMasks = 4, kPoints = 8, kRegistered = 16, kHistory = 32,
+                   kMarks = 64, kVisibilities = 128, kTriangles = 256, kAllOn = 511, kAllOff = 0,
+                   kDefaults = kColors | kCurves | kMasks | kPoints | kRegistered | kTriangles;
 
 // Saves the mesh into memory with the given switches; the result code goes to *code.
-inline Bytes SaveToBytes(MStlBase& mesh, const Switches& switches = Switches(),
+inline Bytes SaveToBytes(MStlBase& mesh, unsigned switches = kDefaults,
                          MStlFileIO::MErrorCode* code = nullptr)
 {
     Plugins();
     KelSDK::FileIO::MMemoryFile file;
     file.OpenWrite();
     MStlFileIO io;
-    switches.Apply(io);
+    io.SetSaveColors(switches & kColors);
+    io.SetSaveCurves(switches & kCurves);
+    io.SetSaveMasks(switches & kMasks);
+    io.SetSavePoints(switches & kPoints);
+    io.SetSaveRegisteredPoints(switches & kRegistered);
+    io.SetSaveStlHistory(switches & kHistory);
+    io.SetSaveTriangleMarks(switches & kMarks);
+    io.SetSaveTriangleVisibilities(switches & kVisibilities);
+    io.SetSaveTriangles(switches & kTriangles);
     io.SetStl(&mesh);
     io.SetFile(file);
     const MStlFileIO::MErrorCode result = io.Save(nullptr);
@@ -199,9 +184,8 @@ inline MStlFileIO::MErrorCode LoadFromBytes(const Bytes& bytes, MStlBase& mesh, 
 // Position of the first occurrence of a byte pattern, or SIZE_MAX.
 inline size_t Find(const Bytes& haystack, const Bytes& needle, size_t from = 0)
 {
-    for (size_t i = from; i + needle.size() <= haystack.size(); ++i)
-        if (std::equal(needle.begin(), needle.end(), haystack.begin() + static_cast<std::ptrdiff_t>(i)))
-            return i;
-    return SIZE_MAX;
+    const auto at = std::search(haystack.begin() + static_cast<std::ptrdiff_t>(from), haystack.end(),
+                                needle.begin(), needle.end());
+    return at == haystack.end() ? SIZE_MAX : static_cast<size_t>(at - haystack.begin());
 }
 } // namespace NativeTest
