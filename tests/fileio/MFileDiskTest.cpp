@@ -30,32 +30,24 @@ void WriteNew(MFile& file)
 }
 } // namespace
 
-TEST(MFileOpen, MissingFileDirectoryAndEmptyNameFail)
+TEST(MFileOpen, FailuresAndReopening)
 {
     KelTest::ScratchDir dir;
-    MFile file;
+    MFile file(200000); // a buffer larger than the write block
     EXPECT_FALSE(file.OPEN_READ(dir.Wide("missing.bin")));
     EXPECT_FALSE(file.IsOpen());
     EXPECT_EQ(file.GetStatus(), MFile::StatusOpenFailed);
     EXPECT_FALSE(file.OPEN_READ(dir.Wide(""))); // a directory
     EXPECT_EQ(file.GetStatus(), MFile::StatusOpenFailed);
-    EXPECT_FALSE(file.OPEN_WRITE(dir.Wide("no/such/dir.bin")));
-    EXPECT_FALSE(file.OPEN_ASCII_WRITE(std::wstring()));
-    EXPECT_FALSE(file.OPEN_READ(static_cast<const wchar_t*>(nullptr)));
-    EXPECT_FALSE(file.IsOpenForWriting());
+    EXPECT_FALSE(file.OPEN_WRITE(dir.Wide("no/such/dir.bin")) || file.OPEN_ASCII_WRITE(std::wstring()) ||
+                 file.OPEN_READ(static_cast<const wchar_t*>(nullptr)) || file.IsOpenForWriting());
     EXPECT_TRUE(dir.List().empty());
-    // Nothing is open: every operation fails.
-    int value = 3;
+    int value = 3; // nothing is open: every operation fails
     EXPECT_FALSE(file.READ(&value, 1));
     EXPECT_EQ(value, 0);
     EXPECT_FALSE(file.WRITE(&value, 1) || file.Seek(0) || file.FPRINTF("x"));
-}
 
-TEST(MFileOpen, ReopeningCommitsThePreviousFile)
-{
-    // A buffer larger than the write block, and payloads on both sides of it.
-    KelTest::ScratchDir dir;
-    MFile file(200000);
+    // Opening for reading commits the write in progress; payloads on both sides of the write block.
     std::vector<uint32_t> values(37500), back(37500);
     for (size_t i = 0; i < values.size(); ++i)
         values[i] = static_cast<uint32_t>(i * 7919u);
