@@ -133,20 +133,16 @@ TEST(MFileAtomicWrite, AFailingDiskWriteKeepsTheOldFile)
     struct rlimit limited = previous;
     limited.rlim_cur = 4096;
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limited), 0);
-    bool wrote = true, closed = true;
-    int status = 0;
-    {
-        MFile file(1024);
-        EXPECT_TRUE(file.OPEN_WRITE(dir.Wide("mesh.bin")));
-        const std::vector<double> values(2000, 1.0);
-        wrote = file.WRITE(values.data(), values.size());
-        closed = file.Close();
-        status = file.GetStatus();
-    }
+    MFile file(1024);
+    const std::vector<double> values(2000, 1.0);
+    const bool opened = file.OPEN_WRITE(dir.Wide("mesh.bin"));
+    const bool wrote = file.WRITE(values.data(), values.size());
+    const bool closed = file.Close();
     setrlimit(RLIMIT_FSIZE, &previous);
     std::signal(SIGXFSZ, previousHandler);
+    EXPECT_TRUE(opened);
     EXPECT_FALSE(wrote || closed);
-    EXPECT_EQ(status, MFile::StatusWriteFailed);
+    EXPECT_EQ(file.GetStatus(), MFile::StatusWriteFailed);
     EXPECT_EQ(KelTest::ReadWholeFile(dir.Path() / "mesh.bin"), kOld);
     EXPECT_EQ(dir.List(), Names{"mesh.bin"});
 }

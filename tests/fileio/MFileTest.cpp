@@ -20,35 +20,28 @@ namespace
 class MFileEncoding : public testing::TestWithParam<int>
 {
 protected:
-    // Runs fn on a file opened for writing; the bytes of the closed file (none for a failed disk Close).
-    Bytes Write(const std::function<void(MFile&)>& fn, bool closes = true)
+    // Runs fn on a file opened for writing; the bytes of the closed file.
+    Bytes Write(const std::function<void(MFile&)>& fn)
     {
         MMemoryFile memory;
         MFile disk(GetParam());
         MFile& file = Memory() ? memory : disk;
         EXPECT_TRUE(Memory() ? memory.OpenWrite() : disk.OPEN_WRITE(dir_.Wide("written.bin")));
         fn(file);
-        EXPECT_EQ(file.Close(), closes);
+        EXPECT_TRUE(file.Close());
         return Memory() ? memory.GetData() : KelTest::ReadWholeFile(dir_.Path() / "written.bin");
     }
 
     // A file open for reading the given bytes.
     std::unique_ptr<MFile> Open(const Bytes& bytes)
     {
-        std::unique_ptr<MFile> file;
-        if (Memory())
-        {
-            auto memory = std::make_unique<MMemoryFile>();
-            EXPECT_TRUE(memory->OpenRead(bytes.data(), bytes.size()));
-            file = std::move(memory);
-        }
-        else
-        {
-            const std::string name = "read" + std::to_string(++opened_) + ".bin";
+        const std::string name = "read" + std::to_string(++opened_) + ".bin";
+        std::unique_ptr<MFile> file =
+            Memory() ? std::make_unique<MMemoryFile>() : std::make_unique<MFile>(GetParam());
+        if (!Memory())
             KelTest::WriteWholeFile(dir_.Path() / name, bytes);
-            file = std::make_unique<MFile>(GetParam());
-            EXPECT_TRUE(file->OPEN_READ(dir_.Wide(name)));
-        }
+        EXPECT_TRUE(Memory() ? static_cast<MMemoryFile&>(*file).OpenRead(bytes.data(), bytes.size())
+                             : file->OPEN_READ(dir_.Wide(name)));
         EXPECT_EQ(file->GetSize(), static_cast<int64_t>(bytes.size()));
         return file;
     }
