@@ -6,31 +6,11 @@ using namespace NativeTest;
 
 namespace
 {
-// A small Standard mesh that uses every section: two surfaces, a border, a curve, an edge,
-// colours, marks, visibilities, face groups, history and registered points.
-void BuildSmall(MStlBase& mesh)
-{
-    MStlSurface* second = mesh.AddSurface();
-    second->SetName(L"s");
-    std::vector<MStlPoint*> p;
-    ASSERT_TRUE(mesh.CreatePoints({{0, 0, 0}, {300, 0, 0}, {0, 3, 0}, {3, 3, 1}}, &p));
-    p[2]->SetUserDefined(true);
-    mesh.CreateTriangle(p[0], p[1], p[2], nullptr)->SetColor(MStlColor(0x112233u));
-    mesh.CreateTriangle(p[1], p[3], p[2], second)->SetMark(4);
-    mesh.CreateGraphEdge(p[0], p[3]);
-    MStlSurfaceBorder* border = mesh.GetSurfaceBorders().AddBorder(second);
-    border->Contours().push_back(MStlBorderContour{{MStlSubContour{{p[1], p[2]}, mesh.GetMainSurface()}}});
-    mesh.GetCurves().AddCurveSet()->AddCurve(MStlCurve{{{1, 2, 3}}, false});
-    mesh.GetHistory().AddEntry(MHistoryEntry{L"a", L"b", 3, L"c"});
-    mesh.GetRegisteredPoints().AddPoint(MStlRegisteredPoint{1, 1, 1, 5, L"r"});
-    mesh._CreateFaceGroupInfo()->SetFaceID(size_t(1), 9);
-    mesh.GetColorMasks().CreateMainTriangleColorMask()->SetInfo(1, MStlColor(7));
-}
-
+// The Standard mesh with every section (6 points, 4 triangles), saved with every switch on.
 Bytes SmallFile()
 {
     MStlBase mesh;
-    BuildSmall(mesh);
+    BuildStandard(mesh);
     return SaveToBytes(mesh, kAllOn);
 }
 
@@ -98,7 +78,7 @@ TEST(NativeErrors, WrongTagsAreBadFormatButTheMagicTextIsNotChecked)
         {"begin of point list", base + 1 + 12 + 1},
         {"begin of plug-in block", plugins},
         {"end of plug-in block", good.size() - 1},
-        {"begin of face groups", plugins - 3 - 8},
+        {"begin of face groups", plugins - 3 - 16},
         {"end of face groups", plugins - 1},
     };
     for (const auto& c : cases)
@@ -132,13 +112,13 @@ TEST(NativeErrors, WrongTagsAreBadFormatButTheMagicTextIsNotChecked)
     bytes[5] = 'k';
     MStlBase mesh;
     EXPECT_EQ(eStlFileIOSuccess, LoadFromBytes(bytes, mesh));
-    EXPECT_EQ(2u, mesh.NumberOfTriangles());
+    EXPECT_EQ(4u, mesh.NumberOfTriangles());
 }
 
 TEST(NativeErrors, CraftedValuesGiveTheirCodes)
 {
     const Bytes good = SmallFile();
-    const size_t triangles = Find(good, {40, 2, 0, 0, 0, 0, 0, 0, 0, 0, 1, 2});
+    const size_t triangles = Find(good, {40, 4, 0, 0, 0, 0, 0, 0, 0, 0, 1, 2});
     ASSERT_NE(SIZE_MAX, triangles);
     const struct
     {
@@ -151,26 +131,16 @@ TEST(NativeErrors, CraftedValuesGiveTheirCodes)
         {"vertex count in the properties", {}, 50 + 27, 8, 0xFF, eStlFileIOBadFormat},
         {"triangle count in the properties", {}, 50 + 36, 8, 0xFF, eStlFileIOBadFormat},
         {"width 5 in the properties", {}, 50 + 26, 1, 5, eStlFileIOBadFormat},
-        {"triangle list count", {40, 2, 0, 0, 0, 0, 0, 0, 0}, 3, 1, 0x7F, eStlFileIOBadFormat},
-        {"corner index 4 of four points",
-         {40, 2, 0, 0, 0, 0, 0, 0, 0, 0, 1, 2},
-         10,
-         1,
-         4,
-         eStlFileIOBadFormat},
+        {"triangle list count", {40, 4, 0, 0, 0, 0, 0, 0, 0}, 3, 1, 0x7F, eStlFileIOBadFormat},
+        {"corner index 6 of 6", {40, 4, 0, 0, 0, 0, 0, 0, 0, 0, 1}, 10, 1, 6, eStlFileIOBadFormat},
         {"surface count", {42, 2, 0, 0, 0}, 3, 1, 0x7F, eStlFileIOBadFormat},
-        {"history count", {50, 1, 0, 0, 0}, 3, 1, 0x7F, eStlFileIOBadFormat},
-        {"registered point count", {52, 1, 0, 0, 0}, 3, 1, 0x7F, eStlFileIOBadFormat},
-        {"curve set count", {44, 1, 0, 0, 0}, 3, 1, 0x7F, eStlFileIOBadFormat},
-        {"mark count", {20, 2, 0, 0, 0}, 1, 1, 3, eStlFileIOMarkCountMismatch},
-        {"visibility count", {200, 2, 0, 0, 0}, 1, 1, 3, eStlFileIOVisibilityCountMismatch},
+        {"history count", {50, 2, 0, 0, 0}, 3, 1, 0x7F, eStlFileIOBadFormat},
+        {"registered point count", {52, 2, 0, 0, 0}, 3, 1, 0x7F, eStlFileIOBadFormat},
+        {"curve set count", {44, 2, 0, 0, 0}, 3, 1, 0x7F, eStlFileIOBadFormat},
+        {"mark count", {20, 4, 0, 0, 0}, 1, 1, 5, eStlFileIOMarkCountMismatch},
+        {"visibility count", {200, 4, 0, 0, 0}, 1, 1, 5, eStlFileIOVisibilityCountMismatch},
         {"sub-contour neighbour 99", {140, 1, 0, 0, 0}, 1, 1, 99, eStlFileIOUnknownReference},
-        {"sub-contour point 5 (width 1, ids 2 and 3)",
-         {2, 0, 0, 0, 1, 2, 3, 141},
-         6,
-         1,
-         5,
-         eStlFileIOUnknownReference},
+        {"sub-contour point id 7", {2, 0, 0, 0, 1, 2, 4, 141}, 6, 1, 7, eStlFileIOUnknownReference},
         {"border surface naming the border itself", {56, 2, 0, 0, 0}, 1, 1, 3, eStlFileIOUnknownReference},
     };
     for (const auto& c : cases)
@@ -200,7 +170,7 @@ TEST(NativeErrors, EveryTruncationFails)
         MStlBase source;
         MStlHybrid& h = source.GetStlHybrid();
         if (kind == eStlStandard)
-            BuildSmall(source);
+            BuildStandard(source);
         else if (h.SetState(kind) && h.StartAddingVertices())
         {
             h.AddVertex(0, 0, 0), h.AddVertex(1, 0, 0), h.AddVertex(0, 1, 0);

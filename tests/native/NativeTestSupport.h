@@ -181,6 +181,64 @@ inline MStlFileIO::MErrorCode LoadFromBytes(const Bytes& bytes, MStlBase& mesh, 
     return code;
 }
 
+// Attachments that every kind carries: material, flags, curves, registered points, history,
+// colour masks, face groups and surface names and visibilities.
+inline void AddCommonParts(MStlBase& mesh)
+{
+    MStlMaterial material;
+    material.SetRGB(0x80112233u);
+    material.SetSpecular(5);
+    material.SetAmbient(6);
+    material.SetShininess(0.75f);
+    mesh.SetMaterial(material);
+    mesh.GetProperties().SetIsSupport(true);
+    mesh.GetProperties().SetIsSupposedSolid(false);
+    MStlCurveSet* set = mesh.GetCurves().AddCurveSet();
+    set->SetName(L"outline \u00e9");
+    set->AddCurve(MStlCurve{{{0, 0, 0}, {5, -5, 5}, {-2147483647 - 1, 2147483647, 0}}, true});
+    set->AddCurve(MStlCurve{{}, false});
+    mesh.GetCurves().AddCurveSet()->SetName(L"empty");
+    mesh.GetRegisteredPoints().AddPoint(MStlRegisteredPoint{1, 2, 3, 77, L"fiducial"});
+    mesh.GetRegisteredPoints().AddPoint(MStlRegisteredPoint{-1, -2, -3, 0, L""});
+    mesh.GetHistory().AddEntry(MHistoryEntry{L"Import", L"part.stl", 1700000000, L"anna"});
+    mesh.GetHistory().AddEntry(MHistoryEntry{L"Repair", L"", -5, L""});
+    MStlPointColorMask* vertexColors = mesh.GetColorMasks().CreateMainPointColorMask();
+    vertexColors->SetDefault(MStlColor(0x0000FFu));
+    vertexColors->SetInfo(2, MStlColor(0x00FF00u));
+    mesh.GetSurfaceList().GetSurface(0)->SetName(L"main");
+    mesh.GetSurfaceList().GetSurface(1)->SetVisible(false);
+    MStlBaseFaceGroupInfo* groups = mesh._CreateFaceGroupInfo();
+    for (size_t t = 0; t < mesh.NumberOfTriangles(); ++t)
+        groups->SetFaceID(t, static_cast<unsigned long>(100 + 3 * t));
+}
+
+// Standard kind: six points, four triangles alternating between two surfaces (an order that
+// cannot be built surface by surface), colours, marks, visibilities, graph edges and a border.
+inline void BuildStandard(MStlBase& mesh)
+{
+    MStlSurface* second = mesh.AddSurface();
+    second->SetName(L"second");
+    std::vector<MStlPoint*> p;
+    ASSERT_TRUE(
+        mesh.CreatePoints({{0, 0, 0}, {10, 0, 0}, {0, 10, 0}, {10, 10, 5}, {20, 0, 5}, {0, 0, 0}}, &p));
+    p[1]->SetUserDefined(true);
+    p[4]->SetUserDefined(true);
+    mesh.CreateTriangle(p[0], p[1], p[2], nullptr)->SetColor(MStlColor(0xFF0000u));
+    mesh.CreateTriangle(p[1], p[3], p[2], second)->SetMark(3);
+    MStlTriangle* t2 = mesh.CreateTriangle(p[1], p[4], p[3], nullptr);
+    t2->SetColor(MStlColor(0u));
+    t2->MakeInvisible();
+    mesh.CreateTriangle(p[5], p[4], p[1], second)->SetMark(255);
+    mesh.CreateGraphEdge(p[0], p[4]);
+    mesh.CreateGraphEdge(p[3], p[3]);
+    MStlBorderContour contour;
+    contour.subContours.push_back(MStlSubContour{{p[1], p[3]}, mesh.GetMainSurface()});
+    contour.subContours.push_back(MStlSubContour{{p[3], p[4], p[1]}, nullptr});
+    mesh.GetSurfaceBorders().AddBorder(second)->Contours() = {contour, MStlBorderContour{}};
+    mesh.GetSurfaceBorders().AddBorder(nullptr);
+    AddCommonParts(mesh);
+}
+
 // Position of the first occurrence of a byte pattern, or SIZE_MAX.
 inline size_t Find(const Bytes& haystack, const Bytes& needle, size_t from = 0)
 {
