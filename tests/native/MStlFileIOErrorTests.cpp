@@ -165,33 +165,19 @@ TEST(NativeErrors, CraftedValuesGiveTheirCodes)
 
 TEST(NativeErrors, EveryTruncationFails)
 {
-    for (MStlHybridState kind : {eStlStandard, eStlCompact})
+    const Bytes good = SmallFile();
+    for (size_t size = 0; size < good.size(); ++size)
     {
-        MStlBase source;
-        MStlHybrid& h = source.GetStlHybrid();
-        if (kind == eStlStandard)
-            BuildStandard(source);
-        else if (h.SetState(kind) && h.StartAddingVertices())
-        {
-            h.AddVertex(0, 0, 0), h.AddVertex(1, 0, 0), h.AddVertex(0, 1, 0);
-            ASSERT_TRUE(h.StartAddingTriangles(nullptr));
-            h.AddTriangle(0, 1, 2);
-            ASSERT_TRUE(h.Close());
-        }
-        const Bytes good = SaveToBytes(source, kAllOn);
-        for (size_t size = 0; size < good.size(); ++size)
-        {
-            MStlBase mesh;
-            const auto code =
-                LoadFromBytes(Bytes(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(size)), mesh);
-            EXPECT_NE(eStlFileIOSuccess, code) << "prefix of " << size << " bytes";
-            EXPECT_TRUE(IsLoadCode(code)) << code;
-        }
         MStlBase mesh;
-        std::string text;
-        EXPECT_EQ(eStlFileIOSuccess, LoadFromBytes(good, mesh, &text));
-        EXPECT_EQ("File IO Succesfull.", text);
+        const auto code =
+            LoadFromBytes(Bytes(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(size)), mesh);
+        EXPECT_NE(eStlFileIOSuccess, code) << "prefix of " << size << " bytes";
+        EXPECT_TRUE(IsLoadCode(code)) << code;
     }
+    MStlBase mesh;
+    std::string text;
+    EXPECT_EQ(eStlFileIOSuccess, LoadFromBytes(good, mesh, &text));
+    EXPECT_EQ("File IO Succesfull.", text);
 }
 
 TEST(NativeErrors, BitFlipsGiveACode)

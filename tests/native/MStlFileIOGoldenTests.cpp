@@ -52,31 +52,6 @@ TEST(NativeGolden, EmptyMeshWithAllSwitchesOffAndWithDefaults)
     EXPECT_EQ(defaults.bytes, SaveToBytes(mesh));
 }
 
-TEST(NativeGolden, MaterialWordOrder)
-{
-    MStlBase mesh;
-    MStlMaterial material;
-    material.SetDiffuse(0x11111111u); // not stored
-    material.SetRGB(0x44332211u);
-    material.SetSpecular(0x0A0B0C0Du);
-    material.SetAmbient(0x01020304u);
-    material.SetShininess(2.5f);
-    mesh.SetMaterial(material);
-    const Bytes bytes = SaveToBytes(mesh, kColors);
-    EXPECT_NE(
-        SIZE_MAX,
-        Find(bytes,
-             ByteBuilder().u8(18).u32(0x44332211u).u32(0x01020304u).f32(2.5f).u32(0x0A0B0C0Du).u8(19).bytes));
-
-    MStlBase loaded;
-    ASSERT_EQ(eStlFileIOSuccess, LoadFromBytes(bytes, loaded));
-    const MStlMaterial& m = loaded.GetMaterial();
-    EXPECT_EQ((std::array<uint32_t, 4>{0u, 0x44332211u, 0x0A0B0C0Du, 0x01020304u}),
-              (std::array<uint32_t, 4>{m.GetDiffuse(), m.GetRGB(), m.GetSpecular(), m.GetAmbient()}));
-    EXPECT_EQ(2.5f, m.GetShininess());
-    EXPECT_TRUE(m.GetColorIsReadFromFile());
-}
-
 TEST(NativeGolden, PointListAtEveryWidth)
 {
     const struct
@@ -117,14 +92,14 @@ TEST(NativeGolden, PointListAtEveryWidth)
 
             MStlBase loaded;
             ASSERT_EQ(eStlFileIOSuccess, LoadFromBytes(bytes, loaded));
-            ASSERT_EQ(2u, loaded.GetPointList().GetNumPoints());
-            const MStlPoint* p = loaded.GetPointList().GetFirstPoint();
-            EXPECT_EQ(c.a, (std::array<int, 3>{p->GetX(), p->GetY(), p->GetZ()}));
-            EXPECT_FALSE(p->IsUserDefined(false));
-            p = p->GetNext();
-            EXPECT_EQ(c.b, (std::array<int, 3>{p->GetX(), p->GetY(), p->GetZ()}));
-            EXPECT_EQ(userDefined, p->IsUserDefined(false));
-            EXPECT_EQ(p, loaded.GetPointList().FindPoint(c.b[0], c.b[1], c.b[2]));
+            std::vector<std::array<int, 4>> points; // x, y, z, user-defined
+            for (const MStlPoint* p = loaded.GetPointList().GetFirstPoint(); p; p = p->GetNext())
+                points.push_back({p->GetX(), p->GetY(), p->GetZ(), p->IsUserDefined(false)});
+            EXPECT_EQ((std::vector<std::array<int, 4>>{{c.a[0], c.a[1], c.a[2], 0},
+                                                       {c.b[0], c.b[1], c.b[2], userDefined}}),
+                      points);
+            EXPECT_EQ(loaded.GetPointList().GetPointWithIndex(1),
+                      loaded.GetPointList().FindPoint(c.b[0], c.b[1], c.b[2]));
         }
     }
 }
@@ -144,19 +119,36 @@ TEST(NativeGolden, CompactPointsAlwaysTakeFourBytesAndNoUserDefinedCount)
     EXPECT_EQ(e.bytes, BeforePluginBlock(mesh, kPoints, e.bytes.size()));
 }
 
-TEST(NativeGolden, TriangleListPackedWithTheVertexIndexWidth)
+TEST(NativeGolden, TriangleListPackedWithTheVertexIndexWidthAndMaterialWordOrder)
 {
     MStlBase mesh;
     std::vector<MStlTriangle*> triangles;
     ASSERT_TRUE(mesh.Create({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {1, 1, 0}}, {{{0, 1, 2}, {1, 3, 2}}}, nullptr,
                             nullptr, &triangles));
     triangles[1]->SetColor(MStlColor(0x00123456u));
-    const unsigned s = kPoints | kTriangles | kColors;
+    MStlMaterial material;
+    material.SetDiffuse(0x11111111u); // not stored
+    material.SetRGB(0x44332211u);
+    material.SetSpecular(0x0A0B0C0Du);
+    material.SetAmbient(0x01020304u);
+    material.SetShininess(2.5f);
+    mesh.SetMaterial(material);
     ByteBuilder e;
     e.u8(40).u64(2).raw({0, 1, 2, 1, 3, 2}); // four vertices: one byte per index
     e.u8(1).u32(0).u32(0x01123456u).u8(41);  // colours: undefined, then defined
-    e.u8(42).u32(1).wstr("").u32(0).u8(60).u32(1).u8(1).u8(61).u8(43);
-    EXPECT_NE(SIZE_MAX, Find(SaveToBytes(mesh, s), e.bytes));
+    e.u8(42).u32(1).wstr("").u32(0).u8(60).u32(1).u8(1).u8(61).u8(43).u8(48).u32(0).u8(49);
+    e.u8(18).u32(0x44332211u).u32(0x01020304u).f32(2.5f).u32(0x0A0B0C0Du).u8(19); // colour, ambient,
+                                                                                  // shininess, specular
+    const Bytes bytes = SaveToBytes(mesh, kPoints | kTriangles | kColors);
+    EXPECT_NE(SIZE_MAX, Find(bytes, e.bytes));
+
+    MStlBase loaded;
+    ASSERT_EQ(eStlFileIOSuccess, LoadFromBytes(bytes, loaded));
+    const MStlMaterial& m = loaded.GetMaterial();
+    EXPECT_EQ((std::array<uint32_t, 4>{0u, 0x44332211u, 0x0A0B0C0Du, 0x01020304u}),
+              (std::array<uint32_t, 4>{m.GetDiffuse(), m.GetRGB(), m.GetSpecular(), m.GetAmbient()}));
+    EXPECT_EQ(2.5f, m.GetShininess());
+    EXPECT_TRUE(m.GetColorIsReadFromFile());
 }
 
 TEST(NativeGolden, FaceGroupsPresentAndAbsent)
