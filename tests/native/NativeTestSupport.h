@@ -239,6 +239,14 @@ inline void BuildStandard(MStlBase& mesh)
     AddCommonParts(mesh);
 }
 
+// The Standard mesh with every section (6 points, 4 triangles), saved with every switch on.
+inline Bytes StandardFile()
+{
+    MStlBase mesh;
+    BuildStandard(mesh);
+    return SaveToBytes(mesh, kAllOn);
+}
+
 // Position of the first occurrence of a byte pattern, or SIZE_MAX.
 inline size_t Find(const Bytes& haystack, const Bytes& needle, size_t from = 0)
 {
