@@ -127,7 +127,7 @@ TEST(NativeGolden, TriangleListPackedWithTheVertexIndexWidthAndMaterialWordOrder
                             nullptr, &triangles));
     triangles[1]->SetColor(MStlColor(0x00123456u));
     MStlMaterial material;
-    material.SetDiffuse(0x11111111u); // not stored
+    material.SetDiffuse(0x11111111u);
     material.SetRGB(0x44332211u);
     material.SetSpecular(0x0A0B0C0Du);
     material.SetAmbient(0x01020304u);
@@ -137,8 +137,8 @@ TEST(NativeGolden, TriangleListPackedWithTheVertexIndexWidthAndMaterialWordOrder
     e.u8(40).u64(2).raw({0, 1, 2, 1, 3, 2}); // four vertices: one byte per index
     e.u8(1).u32(0).u32(0x01123456u).u8(41);  // colours: undefined, then defined
     e.u8(42).u32(1).wstr("").u32(0).u8(60).u32(1).u8(1).u8(61).u8(43).u8(48).u32(0).u8(49);
-    e.u8(18).u32(0x44332211u).u32(0x01020304u).f32(2.5f).u32(0x0A0B0C0Du).u8(19); // colour, ambient,
-                                                                                  // shininess, specular
+    // Material: colour, ambient, shininess, specular; the diffuse word is not stored.
+    e.u8(18).u32(0x44332211u).u32(0x01020304u).f32(2.5f).u32(0x0A0B0C0Du).u8(19);
     const Bytes bytes = SaveToBytes(mesh, kPoints | kTriangles | kColors);
     EXPECT_NE(SIZE_MAX, Find(bytes, e.bytes));
 

@@ -74,7 +74,7 @@ TEST(NativePlugins, FileHelpersAndSaveLoadThroughARealFile)
         ASSERT_TRUE(f.Close());
     }
     EXPECT_EQ(1u, loaded.NumberOfTriangles());
-    EXPECT_EQ(Plugins().alpha.Payload(), Plugins().alpha.loaded);
+    EXPECT_EQ(Plugins().alpha.payload, Plugins().alpha.loaded);
     EXPECT_TRUE(MStlFileIO::IsNativeFile(native));
     EXPECT_FALSE(MStlFileIO::IsNativeFile(missing));
     std::vector<std::wstring> sections;

@@ -22,33 +22,28 @@ using Bytes = std::vector<uint8_t>;
 
 // A plug-in whose payload is a fixed byte string; it reads readCount bytes of it back (fewer
 // than written exercises the container's seek to the end position).
-class BytesPlugin : public MStlFileIOPlugin
+struct BytesPlugin : MStlFileIOPlugin
 {
-public:
     BytesPlugin(const wchar_t* name, uint64_t order, Bytes payload, size_t readCount)
-        : MStlFileIOPlugin(order), name_(name), payload_(std::move(payload)), readCount_(readCount)
+        : MStlFileIOPlugin(order), name(name), payload(std::move(payload)), readCount(readCount)
     {
     }
-    const wchar_t* GetName() const override { return name_; }
+    const wchar_t* GetName() const override { return name; }
     void SaveData(MStlBase*, MStlFileIO* writer) override
     {
-        writer->GetFile()->WRITE(payload_.data(), payload_.size());
+        writer->GetFile()->WRITE(payload.data(), payload.size());
     }
     void LoadData(MStlBase*, MStlFileIO* reader) override
     {
-        loaded.assign(readCount_, 0);
+        loaded.assign(readCount, 0);
         reader->GetFile()->READ(loaded.data(), loaded.size());
         ++loadCount;
     }
-    const Bytes& Payload() const { return payload_; }
 
-    Bytes loaded;
+    const wchar_t* name;
+    Bytes payload, loaded;
+    size_t readCount;
     int loadCount = 0;
-
-private:
-    const wchar_t* name_;
-    Bytes payload_;
-    size_t readCount_;
 };
 
 // Registered as "TA" (order 5, 4 bytes, read whole), "TS" (order 5, 6 bytes, reads only 2),
