@@ -32,13 +32,6 @@ using KelSDK::Common::IProgressDelegate;
 
 namespace
 {
-constexpr unsigned char kTagHeaderBegin = 0;
-constexpr unsigned char kTagHeaderEnd = 1;
-constexpr unsigned char kTagBaseBegin = 2;
-constexpr unsigned char kTagBaseEnd = 3;
-constexpr unsigned char kTagPluginsBegin = 194;
-constexpr unsigned char kTagPluginsEnd = 195;
-
 constexpr uint64_t kStepsPerReport = 8192;
 
 const char* const kKindNames[3] = {"Standard", "Compact", "OnDisk"};
@@ -181,21 +174,21 @@ uint64_t MStlFileIO::_Remaining() const
 
 MStlFileIO::MErrorCode MStlFileIO::_SaveHeader()
 {
-    SaveTag(kTagHeaderBegin);
+    SaveTag(NativeTags::kHeaderBegin);
     file_->WRITE_STRING_DATA(std::string(kMagic));
-    SaveTag(kTagHeaderEnd);
+    SaveTag(NativeTags::kHeaderEnd);
     return _SetError(_FileFailed() ? eStlFileIOBadFormat : eStlFileIOSuccess);
 }
 
 MStlFileIO::MErrorCode MStlFileIO::_LoadHeader()
 {
-    if (LoadTag(kTagHeaderBegin) != eStlFileIOSuccess)
+    if (LoadTag(NativeTags::kHeaderBegin) != eStlFileIOSuccess)
         return lastError_;
     // The magic text is read and not compared: files of other 6.x writers load as well.
     std::string magic;
     if (!file_->READ_STRING_DATA(magic))
         return _SetError(eStlFileIOBadFormat);
-    if (LoadTag(kTagHeaderEnd) != eStlFileIOSuccess)
+    if (LoadTag(NativeTags::kHeaderEnd) != eStlFileIOSuccess)
         return lastError_;
     return _SetError(eStlFileIOSuccess);
 }
@@ -350,7 +343,7 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadStl(std::shared_ptr<IProgressDelegate> p
 
 MStlFileIO::MErrorCode MStlFileIO::_SavePlugins(MStlBase& mesh)
 {
-    SaveTag(kTagPluginsBegin);
+    SaveTag(NativeTags::kPluginsBegin);
     const std::list<MStlFileIOPlugin*>& plugins = MStlFileIOPlugin::GetPlugins();
     const uint32_t count = static_cast<uint32_t>(plugins.size());
     file_->WRITE(&count, 1);
@@ -368,13 +361,13 @@ MStlFileIO::MErrorCode MStlFileIO::_SavePlugins(MStlBase& mesh)
         file_->WRITE(&end32, 1);
         file_->Seek(endPosition);
     }
-    SaveTag(kTagPluginsEnd);
+    SaveTag(NativeTags::kPluginsEnd);
     return _FileFailed() ? eStlFileIOBadFormat : eStlFileIOSuccess;
 }
 
 MStlFileIO::MErrorCode MStlFileIO::_LoadPlugins(MStlBase& mesh)
 {
-    if (LoadTag(kTagPluginsBegin) != eStlFileIOSuccess)
+    if (LoadTag(NativeTags::kPluginsBegin) != eStlFileIOSuccess)
         return lastError_;
     uint32_t count = 0;
     file_->READ(&count, 1);
@@ -413,7 +406,7 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadPlugins(MStlBase& mesh)
         if (!file_->Seek(static_cast<int64_t>(end)))
             return _SetError(eStlFileIOBadFormat);
     }
-    return LoadTag(kTagPluginsEnd);
+    return LoadTag(NativeTags::kPluginsEnd);
 }
 
 // ---- properties ----
@@ -490,7 +483,7 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadStlProperties(MStlBase& mesh)
 MStlFileIO::MErrorCode MStlFileIO::_SaveStlBaseInfo(MStlBase& mesh)
 {
     MStlHybrid& hybrid = mesh.GetStlHybrid();
-    SaveTag(kTagBaseBegin);
+    SaveTag(NativeTags::kBaseBegin);
     file_->WRITE_STRING_DATA(
         std::string(kKindNames[storageKind_ >= 0 && storageKind_ <= 2 ? storageKind_ : 0]));
     // The OnDisk store reads its temporary files between OpenRead and Close.
@@ -523,14 +516,14 @@ MStlFileIO::MErrorCode MStlFileIO::_SaveStlBaseInfo(MStlBase& mesh)
         return code;
     if (saveHistory_ && (code = _SaveStlHistory(mesh)) != eStlFileIOSuccess)
         return code;
-    SaveTag(kTagBaseEnd);
+    SaveTag(NativeTags::kBaseEnd);
     return eStlFileIOSuccess;
 }
 
 MStlFileIO::MErrorCode MStlFileIO::_LoadStlBaseInfo(MStlBase& mesh)
 {
     MStlHybrid& hybrid = mesh.GetStlHybrid();
-    if (LoadTag(kTagBaseBegin) != eStlFileIOSuccess)
+    if (LoadTag(NativeTags::kBaseBegin) != eStlFileIOSuccess)
         return lastError_;
     std::string kind;
     if (!file_->READ_STRING_DATA(kind))
@@ -589,7 +582,7 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadStlBaseInfo(MStlBase& mesh)
         return code;
     if (saveHistory_ && (code = _LoadStlHistory(mesh)) != eStlFileIOSuccess)
         return code;
-    return _SetError(LoadTag(kTagBaseEnd));
+    return _SetError(LoadTag(NativeTags::kBaseEnd));
 }
 
 // ---- helpers for tools ----
@@ -601,8 +594,8 @@ bool MStlFileIO::IsNativeFile(const std::wstring& name)
         return false;
     unsigned char first = 0xFF;
     std::string magic;
-    const bool ok =
-        file.READ(&first, 1) && first == kTagHeaderBegin && file.READ_STRING_DATA(magic) && magic == kMagic;
+    const bool ok = file.READ(&first, 1) && first == NativeTags::kHeaderBegin &&
+                    file.READ_STRING_DATA(magic) && magic == kMagic;
     file.Close();
     return ok;
 }

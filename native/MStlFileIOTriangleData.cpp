@@ -9,22 +9,12 @@ namespace KelSDK::Triangles::IO
 {
 using namespace KelSDK::Triangles::Data;
 
-namespace
-{
-constexpr unsigned char kTagColorBegin = 18;
-constexpr unsigned char kTagColorEnd = 19;
-constexpr unsigned char kTagMarksBegin = 20;
-constexpr unsigned char kTagMarksEnd = 21;
-constexpr unsigned char kTagVisibilityBegin = 200;
-constexpr unsigned char kTagVisibilityEnd = 201;
-} // namespace
-
 // Colour info (the mesh material):
 //   u8 18 | u32 colour word (RGBA) | u32 ambient | f32 shininess | u32 specular | u8 19
 // The diffuse word is not stored; the order (specular last) is fixed by the format.
 MStlFileIO::MErrorCode MStlFileIO::_SaveStlColorInfo(MStlBase& mesh)
 {
-    SaveTag(kTagColorBegin);
+    SaveTag(NativeTags::kColorBegin);
     const MStlMaterial& material = mesh.GetMaterial();
     const uint32_t color = material.GetRGB();
     const uint32_t ambient = material.GetAmbient();
@@ -34,13 +24,13 @@ MStlFileIO::MErrorCode MStlFileIO::_SaveStlColorInfo(MStlBase& mesh)
     file_->WriteInt32(&ambient, 1);
     file_->WRITE(&shininess, 1);
     file_->WriteInt32(&specular, 1);
-    SaveTag(kTagColorEnd);
+    SaveTag(NativeTags::kColorEnd);
     return eStlFileIOSuccess;
 }
 
 MStlFileIO::MErrorCode MStlFileIO::_LoadStlColorInfo(MStlBase& mesh)
 {
-    if (LoadTag(kTagColorBegin) != eStlFileIOSuccess)
+    if (LoadTag(NativeTags::kColorBegin) != eStlFileIOSuccess)
         return lastError_;
     uint32_t color = 0, ambient = 0, specular = 0;
     float shininess = 0.0f;
@@ -57,7 +47,7 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadStlColorInfo(MStlBase& mesh)
     material.SetSpecular(specular);
     material.SetColorIsReadFromFile(true);
     mesh.SetMaterial(material);
-    return _SetError(LoadTag(kTagColorEnd));
+    return _SetError(LoadTag(NativeTags::kColorEnd));
 }
 
 namespace
@@ -117,16 +107,16 @@ MStlFileIO::MErrorCode ReadTriangleBytes(KelSDK::FileIO::MFile& file, MStlBase& 
 // 0 (no mark) and 1 (visible) and skip the values on load.
 MStlFileIO::MErrorCode MStlFileIO::_SaveStlTriangleMarkInfo(MStlBase& mesh)
 {
-    SaveTag(kTagMarksBegin);
+    SaveTag(NativeTags::kMarksBegin);
     WriteTriangleBytes(*file_, mesh, storageKind_ == eStlStandard, 0,
                        [](const MStlTriangle& triangle) { return triangle.GetMark(); });
-    SaveTag(kTagMarksEnd);
+    SaveTag(NativeTags::kMarksEnd);
     return eStlFileIOSuccess;
 }
 
 MStlFileIO::MErrorCode MStlFileIO::_LoadStlTriangleMarkInfo(MStlBase& mesh)
 {
-    if (LoadTag(kTagMarksBegin) != eStlFileIOSuccess)
+    if (LoadTag(NativeTags::kMarksBegin) != eStlFileIOSuccess)
         return lastError_;
     const MErrorCode code =
         ReadTriangleBytes(*file_, mesh, storageKind_ == eStlStandard, eStlFileIOMarkCountMismatch,
@@ -134,22 +124,22 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadStlTriangleMarkInfo(MStlBase& mesh)
     if (code != eStlFileIOSuccess)
         return _SetError(code);
     mesh.GetMarkInterface().InvalidateValidity();
-    return _SetError(LoadTag(kTagMarksEnd));
+    return _SetError(LoadTag(NativeTags::kMarksEnd));
 }
 
 MStlFileIO::MErrorCode MStlFileIO::_SaveStlTriangleVisibilityInfo(MStlBase& mesh)
 {
-    SaveTag(kTagVisibilityBegin);
+    SaveTag(NativeTags::kVisibilityBegin);
     WriteTriangleBytes(*file_, mesh, storageKind_ == eStlStandard, 1,
                        [](const MStlTriangle& triangle) -> unsigned char
                        { return triangle.IsVisible() ? 1 : 0; });
-    SaveTag(kTagVisibilityEnd);
+    SaveTag(NativeTags::kVisibilityEnd);
     return eStlFileIOSuccess;
 }
 
 MStlFileIO::MErrorCode MStlFileIO::_LoadStlTriangleVisibilityInfo(MStlBase& mesh)
 {
-    if (LoadTag(kTagVisibilityBegin) != eStlFileIOSuccess)
+    if (LoadTag(NativeTags::kVisibilityBegin) != eStlFileIOSuccess)
         return lastError_;
     const MErrorCode code =
         ReadTriangleBytes(*file_, mesh, storageKind_ == eStlStandard, eStlFileIOVisibilityCountMismatch,
@@ -163,7 +153,7 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadStlTriangleVisibilityInfo(MStlBase& mesh
     if (code != eStlFileIOSuccess)
         return _SetError(code);
     mesh.InvalidateTriangleVisibilities();
-    return _SetError(LoadTag(kTagVisibilityEnd));
+    return _SetError(LoadTag(NativeTags::kVisibilityEnd));
 }
 
 namespace

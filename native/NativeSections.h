@@ -14,10 +14,24 @@
 
 namespace KelSDK::Triangles::IO
 {
-// Begin and end tags of the inner sections whose layouts this library defines. They avoid the
-// container's tags (0-3, 8/9, 18-21, 140/141, 194/195, 200-203).
+// Every tag byte of the format, in one place.
 namespace NativeTags
 {
+// The container's frame: header, mesh base section, plug-in block.
+constexpr unsigned char kHeaderBegin = 0;
+constexpr unsigned char kHeaderEnd = 1;
+constexpr unsigned char kBaseBegin = 2;
+constexpr unsigned char kBaseEnd = 3;
+constexpr unsigned char kPluginsBegin = 194;
+constexpr unsigned char kPluginsEnd = 195;
+// Colour info, triangle marks and triangle visibilities inside the base section.
+constexpr unsigned char kColorBegin = 18;
+constexpr unsigned char kColorEnd = 19;
+constexpr unsigned char kMarksBegin = 20;
+constexpr unsigned char kMarksEnd = 21;
+constexpr unsigned char kVisibilityBegin = 200;
+constexpr unsigned char kVisibilityEnd = 201;
+// The inner sections whose layouts this library defines; 40-63 avoid all tags above.
 constexpr unsigned char kPointsBegin = 8;
 constexpr unsigned char kPointsEnd = 9;
 constexpr unsigned char kTrianglesBegin = 40;
