@@ -9,8 +9,12 @@
 #include <KelSDK/Triangles/IO/MStlFileWriter.h>
 
 #include <cmath>
+#include <condition_variable>
 #include <memory>
+#include <mutex>
 #include <string>
+#include <system_error>
+#include <thread>
 #include <vector>
 
 namespace KelSDK::Triangles::IO
@@ -65,25 +69,43 @@ inline bool SamePosition(const MStlPoint& a, const MStlPoint& b)
     return &a == &b || (a.GetX() == b.GetX() && a.GetY() == b.GetY() && a.GetZ() == b.GetZ());
 }
 
-// Facet records of a binary file collected into one block. The caller encodes the corners and
+// Facet records of a binary file, collected block by block. The caller encodes the corners and
 // the attribute word of a record at Next() and hands over the unnormalised normal with Commit.
 // The normals are divided by their lengths a batch at a time: in one loop of independent square
 // roots and divisions the processor overlaps them, where facet by facet each waited for its own.
-// Full blocks, and the rest on Flush, go to the file in one write; count grows by the records of
-// each block written.
-class BinaryFacetBlock
+// Each full block, and the rest on Finish, goes to the file in one write; count grows by the
+// records of each block written.
+//
+// With a background writer, a thread of its own writes the full blocks while the caller encodes
+// the next ones into the other slots of a small ring, so the copy into the page cache no longer
+// adds to the encoding time. Only that thread touches the file until Finish (or the destructor,
+// when an exception leaves the caller) has joined it.
+class BinaryFacetBlocks
 {
 public:
-    BinaryFacetBlock(MFile& file, uint32_t& count)
-        : file_(file), count_(count),
-          bytes_(new unsigned char[FacetsPerBlock * MStlFileTriangle::BINARY_SIZE])
+    BinaryFacetBlocks(MFile& file, uint32_t& count, bool background)
+        : file_(file), count_(count), bytes_(new unsigned char[(background ? RingSlots : 1) * SlotBytes])
     {
+        if (background)
+        {
+            try
+            {
+                writer_ = std::thread([this] { _WriteInBackground(); });
+            }
+            catch (const std::system_error&)
+            {
+                // No thread to be had: the blocks are written in line, in the first slot.
+            }
+        }
     }
+    ~BinaryFacetBlocks() { _StopWriter(); }
+    BinaryFacetBlocks(const BinaryFacetBlocks&) = delete;
+    BinaryFacetBlocks& operator=(const BinaryFacetBlocks&) = delete;
 
     // The 50 bytes of the next record.
-    unsigned char* Next() { return bytes_.get() + used_ * MStlFileTriangle::BINARY_SIZE; }
-    // Takes the record at Next() with the cross product n of its edges; false when a full block
-    // could not be written.
+    unsigned char* Next() { return _Slot(filled_) + used_ * MStlFileTriangle::BINARY_SIZE; }
+    // Takes the record at Next() with the cross product n of its edges; false once a block could
+    // not be written.
     bool Commit(const double (&n)[3])
     {
         const size_t slot = used_ % NormalBatch;
@@ -93,29 +115,34 @@ public:
         ++used_;
         if (slot + 1 == NormalBatch)
             _FinishNormals(NormalBatch);
-        return used_ < FacetsPerBlock || Flush();
+        return used_ < FacetsPerBlock || _HandOver();
     }
-    // Writes the collected records; false when the file reports an error.
-    bool Flush()
+    // Writes the records still pending and waits for the background writer; false when the file
+    // reports an error.
+    bool Finish()
     {
         if (used_ % NormalBatch != 0)
             _FinishNormals(used_ % NormalBatch);
-        if (used_ == 0)
-            return file_.GetStatus() == 0;
-        const bool ok =
-            file_.WRITE(bytes_.get(), used_ * MStlFileTriangle::BINARY_SIZE) && file_.GetStatus() == 0;
-        if (ok)
-            count_ += static_cast<uint32_t>(used_);
-        used_ = 0;
-        return ok;
+        const bool handed = used_ == 0 || _HandOver();
+        _StopWriter();
+        return handed && !failed_ && file_.GetStatus() == 0;
     }
 
 private:
+    static constexpr size_t SlotBytes = FacetsPerBlock * MStlFileTriangle::BINARY_SIZE;
+    // Three slots: one being written, one full and waiting, one being encoded.
+    static constexpr size_t RingSlots = 3;
+
+    unsigned char* _Slot(size_t block)
+    {
+        return bytes_.get() + (writer_.joinable() ? block % RingSlots : 0) * SlotBytes;
+    }
+
     // The unit normals of the last pending records, narrowed to float: the same operations as
     // MStlTriangle::GetNormal (the zero vector for a triangle without area).
     void _FinishNormals(size_t pending)
     {
-        unsigned char* record = bytes_.get() + (used_ - pending) * MStlFileTriangle::BINARY_SIZE;
+        unsigned char* record = Next() - pending * MStlFileTriangle::BINARY_SIZE;
         for (size_t i = 0; i < pending; ++i, record += MStlFileTriangle::BINARY_SIZE)
         {
             const double* n = normals_[i];
@@ -133,11 +160,84 @@ private:
         }
     }
 
+    // The block being encoded is complete: written now, or queued for the writer thread once a
+    // slot is free for the next one.
+    bool _HandOver()
+    {
+        const size_t records = used_;
+        used_ = 0;
+        if (!writer_.joinable())
+        {
+            if (!_WriteBlock(bytes_.get(), records))
+                failed_ = true;
+            return !failed_;
+        }
+        std::unique_lock<std::mutex> lock(mutex_);
+        records_[filled_ % RingSlots] = records;
+        ++filled_;
+        changed_.notify_all();
+        changed_.wait(lock, [this] { return failed_ || filled_ - written_ < RingSlots; });
+        return !failed_;
+    }
+
+    bool _WriteBlock(const unsigned char* bytes, size_t records)
+    {
+        const bool ok = file_.WRITE(bytes, records * MStlFileTriangle::BINARY_SIZE) && file_.GetStatus() == 0;
+        if (ok)
+            count_ += static_cast<uint32_t>(records);
+        return ok;
+    }
+
+    // The writer thread: writes queued blocks in order until told to stop with none left, or
+    // until a write fails.
+    void _WriteInBackground()
+    {
+        std::unique_lock<std::mutex> lock(mutex_);
+        for (;;)
+        {
+            changed_.wait(lock, [this] { return stop_ || written_ < filled_; });
+            if (written_ == filled_)
+                return;
+            const size_t slot = written_ % RingSlots;
+            const size_t records = records_[slot];
+            lock.unlock();
+            const bool ok = _WriteBlock(bytes_.get() + slot * SlotBytes, records);
+            lock.lock();
+            ++written_;
+            if (!ok)
+                failed_ = true;
+            changed_.notify_all();
+            if (!ok)
+                return;
+        }
+    }
+
+    void _StopWriter()
+    {
+        if (!writer_.joinable())
+            return;
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            stop_ = true;
+        }
+        changed_.notify_all();
+        writer_.join();
+    }
+
     MFile& file_;
     uint32_t& count_;
     std::unique_ptr<unsigned char[]> bytes_;
     size_t used_ = 0;
     double normals_[NormalBatch][3] = {};
+    std::thread writer_;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    // Blocks handed over and blocks written so far; slot i of the ring holds block i % RingSlots.
+    size_t filled_ = 0;
+    size_t written_ = 0;
+    size_t records_[RingSlots] = {};
+    bool stop_ = false;
+    bool failed_ = false;
 };
 
 // The corners and attribute word of a binary record (bytes 12 to 49; the normal is the block's)
@@ -180,6 +280,13 @@ MStlFileWriter::MStlFileWriter(const MStlWriteOptions& options) : options_(optio
 
 MStlFileWriter::~MStlFileWriter()
 {
+    // Still writing means an exception (from the progress delegate) left Write: the half-written
+    // file is dropped and the target keeps what it had.
+    if (writing_ && file_)
+    {
+        file_->Abandon();
+        file_.reset();
+    }
     if (state_ != StateNew)
         Close();
 }
@@ -266,9 +373,11 @@ bool MStlFileWriter::Write(std::shared_ptr<KelSDK::Common::IProgressDelegate> pr
         return false;
     if (state_ != StateHeaderWritten || !file_ || file_->GetStatus() != 0 || mesh_ == nullptr)
         return false;
-    if (static_cast<int>(mesh_->GetStlHybrid().GetState()) == 0)
-        return _WriteStandard(progress);
-    return _WriteHybrid();
+    writing_ = true;
+    const bool ok =
+        static_cast<int>(mesh_->GetStlHybrid().GetState()) == 0 ? _WriteStandard(progress) : _WriteHybrid();
+    writing_ = false;
+    return ok;
 }
 
 bool MStlFileWriter::_WriteStandard(const std::shared_ptr<KelSDK::Common::IProgressDelegate>& progress)
@@ -332,7 +441,8 @@ bool MStlFileWriter::_WriteStandard(const std::shared_ptr<KelSDK::Common::IProgr
 // encoded block by block. Collapsed triangles count as progress but are not written.
 bool MStlFileWriter::_WriteBinaryBlocks(KelSDK::Common::IncrementalProgressReporter& reporter)
 {
-    BinaryFacetBlock block(*file_, facetCount_);
+    // Below a few blocks the file is written before a thread would have started.
+    BinaryFacetBlocks block(*file_, facetCount_, mesh_->NumberOfTriangles() > 4 * FacetsPerBlock);
     const double scale = options_.scale;
     const bool withColors = options_.withColors;
     // A triangle without a colour of its own shows the mesh colour; it is written explicitly
@@ -375,7 +485,7 @@ bool MStlFileWriter::_WriteBinaryBlocks(KelSDK::Common::IncrementalProgressRepor
                 return false;
         }
     }
-    return block.Flush();
+    return block.Finish();
 }
 
 // facet is a scratch record reused for every triangle; every field is set here.

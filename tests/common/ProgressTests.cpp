@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <memory>
+#include <stdexcept>
 #include <vector>
 
 using KelSDK::Common::IncrementalProgressReporter;
@@ -67,6 +68,36 @@ TEST(IncrementalProgressReporter, ForwardsInVisibleStepsOnlyNeverBackwardsAndOne
     reporter.Finish();
     EXPECT_EQ(delegate->values.size(), 5u);
     EXPECT_EQ(delegate->values.back(), 1.0);
+}
+
+// A delegate may cancel by throwing: the exception leaves the operation (no std::terminate from
+// the destructor's final report), and an operation left that way is not reported complete.
+TEST(IncrementalProgressReporter, AThrowingDelegateCancelsWithoutACompletionReport)
+{
+    struct ThrowingDelegate : RecordingDelegate
+    {
+        void SetProgress(double fraction01) override
+        {
+            RecordingDelegate::SetProgress(fraction01);
+            if (fraction01 >= 0.5)
+                throw std::runtime_error("cancelled");
+        }
+    };
+    auto delegate = std::make_shared<ThrowingDelegate>();
+    EXPECT_THROW(
+        {
+            IncrementalProgressReporter reporter(delegate, "cancel", 1000);
+            for (int i = 0; i < 1000; ++i)
+                ++reporter;
+        },
+        std::runtime_error);
+    EXPECT_EQ(delegate->values.back(), 0.5);
+    // Reaching the end without an exception, the throwing final report is swallowed.
+    auto last = std::make_shared<ThrowingDelegate>();
+    {
+        IncrementalProgressReporter reporter(last, "end", 0, false);
+    }
+    EXPECT_EQ(last->values, std::vector<double>{1.0});
 }
 
 TEST(ProgressNesting, NestedSlicesAreClampedAndCancellationOutlivesTheReporter)

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <exception>
 #include <utility>
 
 namespace KelSDK::Common
@@ -98,7 +99,8 @@ IncrementalProgressReporter::IncrementalProgressReporter(std::shared_ptr<IProgre
                                                          const char* scope, uint64_t maximum,
                                                          bool startImmediately)
     : BaseProgressReporter(std::move(delegate)), maximum_(maximum),
-      stride_(std::max<uint64_t>(1, maximum / ReportSteps)), scope_(scope ? scope : "")
+      stride_(std::max<uint64_t>(1, maximum / ReportSteps)), uncaught_(std::uncaught_exceptions()),
+      scope_(scope ? scope : "")
 {
     if (!HasDelegate())
         return; // nextReport_ stays at the largest value: operator++ never leaves its fast path
@@ -109,7 +111,17 @@ IncrementalProgressReporter::IncrementalProgressReporter(std::shared_ptr<IProgre
 
 IncrementalProgressReporter::~IncrementalProgressReporter()
 {
-    Finish();
+    // An operation left by an exception is not complete. A delegate may throw to cancel; the
+    // final report must not throw again out of a destructor.
+    if (std::uncaught_exceptions() > uncaught_)
+        return;
+    try
+    {
+        Finish();
+    }
+    catch (...)
+    {
+    }
 }
 
 IncrementalProgressReporter& IncrementalProgressReporter::operator+=(uint64_t count)

@@ -96,5 +96,6 @@ private:
     const KelSDK::Triangles::Data::MStlBase* mesh_ = nullptr;
     uint32_t facetCount_ = 0;
     int32_t state_ = 0;
+    bool writing_ = false;
 };
 } // namespace KelSDK::Triangles::IO

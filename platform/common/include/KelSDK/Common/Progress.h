@@ -65,7 +65,7 @@ public:
     // first report comes with the first visible step.
     IncrementalProgressReporter(std::shared_ptr<IProgressDelegate> delegate, const char* scope,
                                 uint64_t maximum, bool startImmediately = true);
-    // Reports 1 unless Finish already did.
+    // Reports 1 unless Finish already did or an exception is leaving the operation.
     ~IncrementalProgressReporter() override;
 
     // One step done.
@@ -102,6 +102,8 @@ private:
     uint64_t maximum_ = 0;
     uint64_t stride_ = 1;
     bool finished_ = false;
+    // Exceptions in flight when the reporter was made: more at destruction means unwinding.
+    int uncaught_ = 0;
     std::string scope_;
 };
 } // namespace KelSDK::Common
