@@ -2,37 +2,48 @@
 #pragma once
 
 #include <KelSDK/Triangles/Data.h>
+#include <KelSDK/Triangles/IO/MStlBaseFileUtilities.h>
 #include <KelSDK/Triangles/IO/MStlFileTriangle.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <limits>
+#include <random>
+#include <sstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace StlBuildTest
 {
-using KelSDK::Triangles::IO::MStlFileTriangle;
+using namespace KelSDK::Triangles::Data;
+using namespace KelSDK::Triangles::IO;
+using namespace std::string_literals;
 using Facets = std::vector<std::vector<MStlFileTriangle>>;
 using Corner = std::array<double, 3>;
 
-inline MStlFileTriangle Facet(Corner a, Corner b, Corner c, uint16_t attribute = 0)
+inline MStlFileTriangle Facet(Corner a, Corner b, Corner c, uint16_t attribute = 0, Corner normal = {})
 {
     MStlFileTriangle f;
     f.SetVertex(0, {a[0], a[1], a[2]});
     f.SetVertex(1, {b[0], b[1], b[2]});
     f.SetVertex(2, {c[0], c[1], c[2]});
+    f.SetNormal({normal[0], normal[1], normal[2]});
     f.SetAttribute(attribute);
     return f;
 }
 
 // Grid coordinates of a triangle's corners in corner order.
-inline std::array<std::array<int, 3>, 3> Corners(const KelSDK::Triangles::Data::MStlTriangle& t)
+inline std::array<std::array<int, 3>, 3> Corners(const MStlTriangle& t)
 {
     auto corner = [&t](int k) {
         return std::array<int, 3>{t.GetPoint(k)->GetX(), t.GetPoint(k)->GetY(), t.GetPoint(k)->GetZ()};
@@ -40,47 +51,57 @@ inline std::array<std::array<int, 3>, 3> Corners(const KelSDK::Triangles::Data::
     return {corner(0), corner(1), corner(2)};
 }
 
-inline std::vector<const KelSDK::Triangles::Data::MStlTriangle*>
-TrianglesOf(const KelSDK::Triangles::Data::MStlBase& mesh)
+// A mesh of any storage kind; faces from index split on go to a second surface; colour 0 is none.
+inline void BuildHybrid(MStlBase& mesh, MStlHybridState kind, const std::vector<std::array<int, 3>>& points,
+                        const std::vector<std::array<unsigned, 3>>& faces,
+                        const std::vector<uint32_t>& colours, size_t split = SIZE_MAX)
 {
-    std::vector<const KelSDK::Triangles::Data::MStlTriangle*> list;
-    for (const auto& t : mesh.Triangles())
-        list.push_back(&t);
-    return list;
+    MStlHybrid& hybrid = mesh.GetStlHybrid();
+    ASSERT_TRUE(hybrid.SetState(kind) && hybrid.StartAddingVertices());
+    std::vector<unsigned> index;
+    for (const auto& p : points)
+        index.push_back(hybrid.AddVertex(p[0], p[1], p[2]));
+    for (size_t f = 0; f < faces.size(); ++f)
+    {
+        EXPECT_TRUE((f != 0 && f != split) ||
+                    hybrid.StartAddingTriangles(f == 0 ? nullptr : mesh.AddSurface(nullptr)));
+        hybrid.AddTriangle(index[faces[f][0]], index[faces[f][1]], index[faces[f][2]]);
+    }
+    ASSERT_TRUE(hybrid.StartAddingTriangleColors());
+    for (uint32_t rgb : colours)
+        hybrid.AddColor(rgb != 0 ? MStlColor(rgb) : MStlColor());
+    hybrid.Close();
+}
+
+// The surface names of a mesh, each followed by its triangle count (Standard kind) or by ";".
+inline std::wstring Surfaces(const MStlBase& mesh)
+{
+    std::wstring names;
+    for (size_t s = 0; s < mesh.GetSurfaceList().GetNumSurfaces(false); ++s)
+    {
+        const MStlSurface* surface = mesh.GetSurfaceList().GetSurface(s);
+        names += surface->GetName() + (mesh.GetStlHybrid().GetState() == eStlStandard
+                                           ? std::to_wstring(surface->GetNumberOfTriangles()) + L" "
+                                           : L";");
+    }
+    return names;
 }
 
 // A directory of its own for one test, removed with everything in it afterwards.
-class TempDir
+struct TempDir
 {
-public:
-    TempDir()
-    {
-        const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-        std::string name = "kel_stlbuild_" + std::string(info->test_suite_name()) + "_" + info->name();
-        std::replace(name.begin(), name.end(), '/', '_'); // parameterised tests carry slashes
-        path_ = std::filesystem::temp_directory_path() / name;
-        std::filesystem::remove_all(path_);
-        std::filesystem::create_directories(path_);
-    }
-    ~TempDir()
-    {
-        std::error_code ec;
-        std::filesystem::remove_all(path_, ec);
-    }
-    std::filesystem::path File(const std::string& name) const { return path_ / name; }
-
-private:
-    std::filesystem::path path_;
+    const ::testing::TestInfo* test = ::testing::UnitTest::GetInstance()->current_test_info();
+    const std::filesystem::path path =
+        std::filesystem::temp_directory_path() / ("kel_stl_"s + test->test_suite_name() + "_" + test->name());
+    std::error_code ignored;
+    TempDir() { std::filesystem::create_directories(path); }
+    ~TempDir() { std::filesystem::remove_all(path, ignored); }
+    std::filesystem::path File(const std::string& name) const { return path / name; }
 };
 
 inline std::string ReadBytes(const std::filesystem::path& path)
 {
     std::ifstream in(path, std::ios::binary);
     return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-inline void WriteBytes(const std::filesystem::path& path, const std::string& bytes)
-{
-    std::ofstream(path, std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
 }
 } // namespace StlBuildTest
