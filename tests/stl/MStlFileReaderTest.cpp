@@ -1,69 +1,104 @@
+// STL import: both readers (quirks, buffer seams, size rules, the coloured header), real files and every
+// prefix of them, the read driver, flavour detection, the suggested transformation and the rounding.
 #include "StlBuildTestSupport.h"
 
-#include <KelSDK/Triangles/Data.h>
 #include <KelSDK/Triangles/IO/MStlFileReader.h>
+#include <KelSDK/Triangles/IO/MStlFileReaderAscii.h>
+#include <KelSDK/Triangles/IO/MStlFileReaderBinary.h>
+#include <KelSDK/Triangles/IO/StlFileUtilities.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <climits>
+#include <cmath>
 #include <cstring>
+#include <limits>
 #include <sstream>
 #include <stdexcept>
-#include <string>
+#include <tuple>
 
 using namespace KelSDK::Triangles::Data;
 using namespace KelSDK::Triangles::IO;
-using StlBuildTest::Facet;
-using StlBuildTest::Facets;
+using R = MStlFileReaderBinary;
+using Blocks = std::vector<std::string>;
+using Names = std::vector<std::string>;
+using Marks = std::vector<std::vector<int>>;
+using Grid = KelSDK::Math::point<int, 3>;
+using P3 = KelSDK::Math::point<double, 3>;
 
 namespace
 {
-using Point = KelSDK::Math::point<double, 3>;
-
-std::string AsciiFacet(const std::string& a, const char* b, const char* c)
+std::string Word32(uint32_t v)
 {
-    return "facet normal 0 0 1\n outer loop\n  vertex " + a + "\n  vertex " + b + "\n  vertex " + c +
-           "\n endloop\nendfacet\n";
+    return {char(v & 0xFF), char((v >> 8) & 0xFF), char((v >> 16) & 0xFF), char(v >> 24)};
+}
+
+// An 80-byte header starting with text, the count, then the bytes that follow.
+std::string Binary(std::string text, uint32_t count, const std::string& rest = "")
+{
+    text.resize(80, ' ');
+    return text + Word32(count) + rest;
+}
+
+// Facets first, first + 1, ... of a sequence whose every byte is below 64, so that every float is finite.
+std::string Facets(int first, int count)
+{
+    std::string s;
+    for (int i = first * 50; i < (first + count) * 50; ++i)
+        s += static_cast<char>(i % 61);
+    return s;
+}
+
+// The facets in their 50-byte binary form.
+std::string Encoded(const std::vector<MStlFileTriangle>& facets)
+{
+    std::ostringstream out;
+    for (const MStlFileTriangle& f : facets)
+        f.Write(out, true);
+    return out.str();
+}
+
+constexpr int kMultiple = 1, kFromSize = 2, kTrailing = 4;
+
+// The code, the header, and the facets of each block written again as binary facets.
+struct Result
+{
+    R::ErrorCode code;
+    R::FileHeader header;
+    Blocks blocks;
+};
+
+Result Read(const std::string& bytes, int flags, std::vector<std::vector<MStlFileTriangle>> solids = {})
+{
+    std::istringstream stream(bytes);
+    R reader(stream);
+    reader.SetOptions({(flags & kMultiple) != 0, (flags & kFromSize) != 0, (flags & kTrailing) != 0});
+    Result r{R::Ok, {}, {}};
+    r.code = reader.Read(r.header, solids, nullptr);
+    for (const auto& solid : solids)
+        r.blocks.push_back(Encoded(solid));
+    return r;
 }
 
 // One solid of one facet with the three corners.
-std::string Ascii(const std::string& name, const std::string& a, const char* b, const char* c)
+std::string Ascii(const std::string& a, const std::string& b = "1 0 0", const std::string& c = "0 1 0")
 {
-    return "solid " + name + "\n" + AsciiFacet(a, b, c) + "endsolid " + name + "\n";
+    return "solid s\nfacet normal 0 0 1\n outer loop\n  vertex " + a + "\n  vertex " + b + "\n  vertex " + c +
+           "\n endloop\nendfacet\nendsolid s\n";
 }
 
-std::string Word(uint32_t v)
-{
-    return std::string(reinterpret_cast<const char*>(&v), 4);
-}
-
-// A binary STL: the header padded with spaces, then one block per list (count and facets).
-std::string BinaryStl(const std::string& header, const Facets& blocks)
-{
-    std::string bytes(80, ' ');
-    std::memcpy(&bytes[0], header.data(), std::min<size_t>(header.size(), 80));
-    for (const auto& block : blocks)
-    {
-        bytes += Word(static_cast<uint32_t>(block.size()));
-        for (const MStlFileTriangle& f : block)
-        {
-            unsigned char facet[50];
-            f.EncodeBinary(facet);
-            bytes.append(reinterpret_cast<const char*>(facet), 50);
-        }
-    }
-    return bytes;
-}
-
-// Reads the bytes through a reader of its own into a mesh of its own (or only measures them); prepare
-// sets the mesh up first.
+// A driver's read (or measuring) into a mesh that has the material 0x11223344, support set, solid not.
 struct Reading
 {
-    Reading(const std::string& bytes, const MStlReadOptions& options = MStlReadOptions(),
-            bool measureOnly = false, void (*prepare)(MStlBase&) = nullptr)
+    explicit Reading(const std::string& bytes, const MStlReadOptions& options = {}, bool measureOnly = false)
         : reader(options)
     {
-        if (prepare != nullptr)
-            prepare(mesh);
+        MStlMaterial material;
+        material.SetRGB(0x11223344u);
+        mesh.SetMaterial(material);
+        mesh.GetProperties().SetIsSupport(true);
+        mesh.GetProperties().SetIsSupposedSolid(false);
         std::istringstream stream(bytes);
         reader.SetInputStream(&stream);
         reader.SetTargetStl(measureOnly ? nullptr : &mesh);
@@ -74,11 +109,328 @@ struct Reading
     bool ok = false;
 };
 
+// A stream buffer that cannot seek (like a pipe).
+struct PipeBuffer : std::streambuf
+{
+    explicit PipeBuffer(std::string& text) { setg(&text[0], &text[0], &text[0] + text.size()); }
+};
+
+// One facet whose first corner is (v, v, v).
+std::string F(int v)
+{
+    const std::string n = std::to_string(v);
+    return " facet normal 0 0 1\n  outer loop\n   vertex " + n + " " + n + " " + n +
+           "\n   vertex 1 0 0\n   vertex 0 1 0\n  endloop\n endfacet\n";
+}
+
+// What a read appended to lists holding one entry: code (-1: number error), names, first-corner x per solid.
+struct ReadResult
+{
+    int code = -1;
+    Names names;
+    Marks marks;
+    std::vector<MStlFileTriangle> all;
+};
+
+ReadResult ReadText(std::istream& stream)
+{
+    std::vector<std::vector<MStlFileTriangle>> solids(1);
+    ReadResult r{-1, {"kept"}, {}, {}};
+    try
+    {
+        r.code = MStlFileReaderAscii(stream).Read(solids, r.names, nullptr);
+    }
+    catch (const std::runtime_error& e)
+    {
+        EXPECT_STREQ(e.what(), "Can't convert double");
+    }
+    EXPECT_TRUE(r.names.at(0) == "kept" && solids.at(0).empty() && solids.size() == r.names.size());
+    r.names.erase(r.names.begin());
+    for (std::size_t s = 1; s < solids.size(); ++s)
+    {
+        r.all.insert(r.all.end(), solids[s].begin(), solids[s].end());
+        r.marks.emplace_back();
+        for (const MStlFileTriangle& f : solids[s])
+            r.marks.back().push_back(static_cast<int>(f.GetVertex(0)[0]));
+    }
+    return r;
+}
+
+ReadResult ReadText(std::string text, bool pipe = false)
+{
+    PipeBuffer buffer(text);
+    std::istream piped(&buffer);
+    std::istringstream stream(pipe ? std::string() : text);
+    return ReadText(pipe ? piped : stream);
+}
+} // namespace
+
+TEST(MStlFileReaderAscii, SolidsNamesQuirksPipesAndBufferSeams)
+{
+    const int ok = MStlFileReaderAscii::Success, none = MStlFileReaderAscii::NoSolidFound;
+    const std::string inf =
+        "facet normal 0 0 1 outer loop vertex 1e999 0 0 vertex 1 0 0 vertex 0 1 0 endloop "
+        "endfacet\n";
+    const std::string mixed = "solid\tname\r\n\vFACET Normal 0 0 1\r\n OUTER\tLOOP\r\n VERTEX 1 2 3\r\n"
+                              "VERTEX 4 5 6\f\nvertex 7 8 9\r\nENDLOOP\r\nEndFacet\r\nENDSOLID name";
+    const std::string two = "solid a\n" + F(1) + F(2), longName(std::size_t(5) << 19, 'n');
+    // clang-format off
+    const std::tuple<int, Names, Marks, std::string> rows[] = {
+        {none, {}, {}, ""},
+        {none, {}, {}, "solids endsolid soli d facet normal 0 0 1 outer loop vertex 1 2 3 endloop endfacet"},
+        {ok, {"first", "second"}, {{1, 2}, {3}},
+         "solid first extra words\n" + F(1) + F(2) + "endsolid first\nsolid second\n" + F(3)},
+        // "solid" directly followed by "facet" (in any case): an empty name, and the first facet is read.
+        {ok, {""}, {{5, 6}}, "solid " + F(5) + F(6) + "endsolid\n"},
+        {ok, {""}, {{7}}, "SOLID FaCeT" + F(7).substr(6)},
+        // A second unnamed solid repeats the name before it, and its endsolid test uses that name;
+        // facet 3 lies between solids.
+        {ok, {"a", "a", "c"}, {{1}, {2}, {4}},
+         "solid a\n" + F(1) + "endsolid a\nsolid\n" + F(2) + "endsolid a\n" + F(3) + "solid c\n" + F(4)},
+        // The name keeps its case: "ENDSOLID PART" does not close "Part", which runs on into "solid b".
+        {ok, {"Part"}, {{1, 2}}, "SOLID Part\n" + F(1) + "ENDSOLID PART\nsolid b\n" + F(2) + "endsolid b\n"},
+        // An invalid facet ends its solid; a solid without a valid facet still has its entries.
+        {ok, {"a", "b"}, {{1}, {3}}, "solid a\n" + F(1) + inf + F(2) + "endsolid a\nsolid b\n" + F(3)},
+        {ok, {"empty", "nothing"}, {{}, {}},
+         "solid empty\n" + inf + "endsolid empty\nsolid nothing\nendsolid nothing\n"},
+        // The input ending just before "endfacet" drops the facet; "endfacet" as the last bytes keeps it.
+        {ok, {"a"}, {{1}}, two.substr(0, two.size() - 9)},
+        {ok, {"a"}, {{1, 2}}, two.substr(0, two.size() - 1)},
+        {ok, {"name"}, {{1}}, mixed},
+        // A bad number escapes with what was read before it; a name longer than the buffer grows it.
+        {-1, {"a"}, {{1}}, "solid a\n" + F(1) + "facet normal 0 0 1 outer loop vertex 1 2 3x"},
+        {ok, {longName, "z"}, {{9}, {10}},
+         "solid " + longName + "\n" + F(9) + "endsolid " + longName + "\nsolid z\n" + F(10)},
+    };
+    // clang-format on
+    for (const auto& [code, names, marks, text] : rows)
+        for (bool pipe : {false, true})
+        {
+            SCOPED_TRACE(text.substr(0, 60) + (pipe ? " (pipe)" : ""));
+            const ReadResult r = ReadText(text, pipe);
+            EXPECT_EQ(std::tie(r.code, r.names, r.marks), std::tie(code, names, marks));
+        }
+    EXPECT_EQ(ReadText(mixed).all.at(0).GetVertex(2), MStlFileTriangle::Point(7.0, 8.0, 9.0));
+    std::istringstream failed(two);
+    failed.setstate(std::ios::failbit);
+    EXPECT_EQ(ReadText(failed).code, none);
+
+    // Blanks beyond one buffer between "solid" and "facet": the stream itself is sought back; a pipe
+    // cannot seek back past the dropped data and stops like after a failed seekg.
+    std::string far = "solid" + std::string(std::size_t(3) << 19, ' ') + F(8) + "endsolid\n";
+    EXPECT_EQ(ReadText(far).marks, Marks{{8}});
+    PipeBuffer pipe(far);
+    std::istream piped(&pipe);
+    const ReadResult r = ReadText(piped);
+    EXPECT_TRUE(r.code == ok && r.names == Names{""} && r.marks == Marks{{}} && piped.fail());
+
+    // Move a solid across the 1 MiB refill boundary so that each of its tokens is cut once.
+    const std::string body = "solid seam\nfacet normal 0.25 -0.5 1 outer loop vertex 123.456 7e-3 -9 "
+                             "vertex 1 0 0 vertex 0 1 0 endloop endfacet endsolid seam\n";
+    for (std::size_t shift = 0; shift < body.size(); shift += 3)
+    {
+        const ReadResult r = ReadText(std::string((std::size_t(1) << 20) - shift, ' ') + body);
+        ASSERT_TRUE(r.names == Names{"seam"} && r.all.size() == 1u) << shift;
+        EXPECT_EQ(r.all[0].GetVertex(0), MStlFileTriangle::Point(123.456, 7e-3, -9.0)) << shift;
+        EXPECT_EQ(r.all[0].GetNormal(), MStlFileTriangle::Point(0.25, -0.5, 1.0)) << shift;
+    }
+}
+
+TEST(MStlFileReaderBinary, CountsSizesBlocksAndStreamFailures)
+{
+    const std::string h = "binary" + std::string(74, ' ');
+    const std::string short10 = h + Word32(10) + Facets(0, 9) + std::string(25, '\0'); // 9.5 facets
+    const std::string long10 = h + Word32(10) + Facets(0, 10) + std::string(7, 'x');
+    const std::string under = h + Word32(5) + Facets(0, 10);
+    const std::string huge = h + Word32(0xFFFFFFFFu) + Facets(0, 2); // no reservation, a clean code
+    const std::string twoBlocks = h + Word32(2) + Facets(0, 2) + Word32(3) + Facets(2, 3);
+    const std::string gaps = h + Word32(1) + Facets(0, 1) + std::string(8, '\0') + Word32(1) + Facets(1, 1);
+    // A last block that ends early: the chain does not add up, so only the first count is judged.
+    const std::string cut = h + Word32(2) + Facets(0, 2) + Word32(3) + Facets(2, 2) + std::string(25, '\0');
+    // Code, options, the facets of each block (checked when the code is Ok), bytes.
+    const std::tuple<R::ErrorCode, int, Blocks, std::string> rows[] = {
+        {R::Ok, 0, {""}, h + Word32(0)},
+        {R::HeaderTruncated, 0, {}, h + std::string(2, '\1')},                         // a cut count
+        {R::SizeMismatch, 0, {}, h + Word32(2) + Facets(0, 2) + std::string(1, '\0')}, // one byte over
+        {R::StreamTooShort, 0, {}, short10},
+        {R::SizeMismatch, kFromSize, {}, short10},
+        {R::Ok, kFromSize | kTrailing, {Facets(0, 9)}, short10},
+        {R::SizeMismatch, 0, {}, long10},
+        {R::Ok, kTrailing, {Facets(0, 10)}, long10},
+        {R::Ok, kFromSize, {Facets(0, 10)}, under},
+        {R::Ok, kTrailing, {Facets(0, 5)}, under},
+        {R::StreamTooShort, 0, {}, huge},
+        {R::Ok, kMultiple | kFromSize | kTrailing, {Facets(0, 2)}, huge},
+        {R::Ok, kMultiple, {Facets(0, 2), Facets(2, 3)}, twoBlocks},
+        {R::SizeMismatch, 0, {}, twoBlocks},
+        {R::Ok, kMultiple, {Facets(0, 1), "", "", Facets(1, 1)}, gaps}, // empty blocks are solids too
+        {R::Ok, kMultiple | kTrailing, {Facets(0, 2)}, cut},
+        // Fewer than four bytes after a block: the next count cannot be read.
+        {R::StreamError, kMultiple | kTrailing, {}, h + Word32(1) + Facets(0, 1) + "abc"},
+        {R::Ok, 0, {Facets(0, 10000)}, h + Word32(10000) + Facets(0, 10000)}, // more than one read fetches
+    };
+    StlBuildTest::TempDir dir;
+    for (const auto& [code, flags, blocks, bytes] : rows)
+    {
+        SCOPED_TRACE(std::to_string(bytes.size()) + " bytes, options " + std::to_string(flags));
+        const Result r = Read(bytes, flags);
+        EXPECT_EQ(r.code, code);
+        EXPECT_TRUE(code != R::Ok || r.blocks == blocks);
+        EXPECT_EQ(std::string(r.header.begin(), r.header.end()), bytes.substr(0, 80)) << "handed back";
+        // The size walk of a file agrees with the reader as STL import runs it.
+        std::ofstream(dir.File("a.stl"), std::ios::binary) << bytes;
+        EXPECT_EQ(StlFileUtilities::VerifyHeaderConsistency(dir.File("a.stl").wstring()),
+                  Read(bytes, kMultiple).code == R::Ok);
+    }
+
+    // The outer list is resized to the blocks read; the inner lists already there are kept. Binary
+    // facets are kept although invalid (a NaN corner).
+    std::string nan = h + Word32(2) + Facets(0, 2);
+    const float value = std::numeric_limits<float>::quiet_NaN();
+    std::memcpy(&nan[84 + 12], &value, 4);
+    const Result kept = Read(nan, 0, {{MStlFileTriangle()}, {}, {4, MStlFileTriangle()}});
+    EXPECT_EQ(kept.blocks, Blocks{std::string(50, '\0') + nan.substr(84)});
+
+    // A stream that cannot seek cannot be measured; a failed stream cannot be read.
+    R::FileHeader header;
+    std::vector<std::vector<MStlFileTriangle>> solids;
+    PipeBuffer pipe(nan);
+    std::istream stream(&pipe);
+    std::istringstream failed(nan);
+    failed.setstate(std::ios::badbit);
+    EXPECT_TRUE(R(stream).Read(header, solids, nullptr) == R::StreamError &&
+                R(failed).Read(header, solids, nullptr) == R::StreamError);
+}
+
+TEST(MStlFileReaderBinaryHeader, Grammar)
+{
+    const std::string rgba("\xC8\x64\x32\xFF", 4); // R 200, G 100, B 50, A 255
+    // Diffuse, specular, ambient words and the shininess 1.0f, as the writer puts them.
+    const std::string words("\x01\x02\x03\x04\x11\x12\x13\x14\x21\x22\x23\x24\x00\x00\x80\x3F", 16);
+    const std::string color = "COLOR=" + rgba, material = ",MATERIAL=" + words, nul(1, '\0'), x44(44, 'x');
+    const std::string prefix = "Kelvinstone Coloured STL File_" + color;
+    MStlMaterial coloured, full;
+    coloured.SetRGB(0xFF3264C8u);
+    coloured.SetColorIsReadFromFile(true);
+    full = coloured;
+    full.SetDiffuse(0x04030201u);
+    full.SetSpecular(0x14131211u);
+    full.SetAmbient(0x24232221u);
+    full.SetShininess(1.0f);
+    // Material, support, solid; the header bytes and what pads them.
+    const std::tuple<MStlMaterial, bool, bool, std::string, char> rows[] = {
+        {coloured, false, true, prefix, ' '},
+        {MStlMaterial(), false, true, prefix + ";FACES", ' '}, // only blanks may follow the prefix form
+        {coloured, false, true, color, ' '},
+        {coloured, false, false, color + ";FACES", ' '},
+        {coloured, true, true, "solid part " + color + ";ISSUP;SOLID", ' '}, // free text before COLOR=
+        {full, true, true, color + material + ";ISSUP;SOLID" + nul, ' '},
+        // Flags without a colour; matching is case-sensitive.
+        {MStlMaterial(), true, true, ";ISSUP", ' '},
+        {MStlMaterial(), true, false, ";ISSUP;FACES", ' '},
+        {MStlMaterial(), false, true, "color=" + rgba, ' '},
+        // COLOR= at 44: ",MATERIAL=" at 54, the words fill bytes 64..79; at 45 they would need byte 80.
+        {full, false, true, x44 + color + material, ' '},
+        {MStlMaterial(), false, true, "x" + x44 + color + material, ' '},
+        // COLOR= at 70: the word fills bytes 76..79; at 71 it does not fit.
+        {coloured, false, true, std::string(70, 'x') + color, ' '},
+        {MStlMaterial(), false, true, std::string(71, 'x') + "COLOR=abcd", ' '},
+        // Off-grammar text after the colour drops everything; the tail is one NUL or blank, then blanks.
+        {MStlMaterial(), false, true, color + ";SOLIDx", ' '},
+        {coloured, false, true, color + ";SOLID" + nul, ' '},
+        {MStlMaterial(), false, true, color + ";SOLID", '\0'},
+        {MStlMaterial(), false, true, "", '\0'},
+        {MStlMaterial(), false, true, color + color, ' '}, // only the first COLOR= counts
+    };
+    for (const auto& [expected, support, solid, bytes, fill] : rows)
+    {
+        SCOPED_TRACE(bytes + (fill == ' ' ? "" : " (NUL padding)"));
+        R::FileHeader h;
+        h.fill(static_cast<unsigned char>(fill));
+        std::memcpy(h.data(), bytes.data(), std::min<std::size_t>(bytes.size(), 80));
+        const MStlReadResults r = R::ExtractHeaderInfo(h);
+        EXPECT_TRUE(r.material == expected);
+        EXPECT_EQ(std::make_tuple(r.isOverflow, r.hasColor, r.isSupport, r.isSupposedSolid),
+                  std::make_tuple(false, expected.GetColorIsReadFromFile(), support, solid));
+    }
+}
+
+TEST(MStlFileReader, RealFilesAndEveryPrefix)
+{
+    // ASCII files with facets and name ("endsolid" without the name runs on, a second "solid" included;
+    // the Cube has a blank before "solid"); binary files with the code of the reader as STL import runs it
+    // (one byte after the last facet of the HalfDonut; "COLOR=" headers hold the words 0xFF3264C8).
+    const std::tuple<const char*, std::size_t, const char*, int> rows[] = {
+        {"assimp__triangle_with_empty_solid.stl", 1, "testTriangle", 0},
+        {"assimp__triangle_with_two_solids.stl", 2, "testTriangle_1", 0},
+        {"numpystl__stl_ascii_Cube.stl", 12, "PRO2STL", 0},
+        {"numpystl__stl_ascii_HalfDonut.stl", 288, "HalfDonut.stl", 0},
+        {"numpystl__stl_ascii_Moon_Chinese.stl", 116, "\xE6\x9C\x88\xE7\x90\x83", 0},
+        {"derived/spherewithhole_ascii_truncated.stl", 142, "tinysphere_withhole", 0},
+        {"assimp__Spider_binary.stl", 0, nullptr, R::Ok},
+        {"numpystl__stl_binary_Cube.stl", 0, nullptr, R::Ok},
+        {"numpystl__stl_binary_HalfDonut.stl", 0, nullptr, R::StreamError},
+        {"numpystl__stl_binary_Star.stl", 0, nullptr, R::Ok},
+        {"numpystl__stl_binary_StarWithEmptyHeader.stl", 0, nullptr, R::Ok},
+        {"numpystl__stl_tests_triamid.stl", 0, nullptr, R::Ok},
+        {"derived/star_binary_COLOR_MATERIAL_header.stl", 0, nullptr, R::Ok},
+        {"derived/star_binary_bit15_valid_colours.stl", 0, nullptr, R::Ok},
+    };
+    for (const auto& [file, facets, name, code] : rows)
+    {
+        SCOPED_TRACE(file);
+        const std::filesystem::path path = std::filesystem::path(KEL_TEST_DATA_DIR) / "stl" / file;
+        const std::string full = StlBuildTest::ReadBytes(path);
+        EXPECT_EQ(StlFileUtilities::IsAscii(path.wstring()), name != nullptr);
+        EXPECT_EQ(StlFileUtilities::VerifyHeaderConsistency(path.wstring()), code == R::Ok);
+        if (name != nullptr)
+        {
+            const ReadResult r = ReadText(full);
+            EXPECT_TRUE(r.code == MStlFileReaderAscii::Success && r.names == Names{name} &&
+                        r.all.size() == facets);
+            // Every prefix keeps complete facets only, in file order, and their count never goes back.
+            std::size_t previous = 0;
+            for (std::size_t length = 0; length <= full.size() && full.size() < 2000; ++length)
+            {
+                const ReadResult p = ReadText(full.substr(0, length));
+                ASSERT_TRUE(p.code == -1 || p.code == 0 || (p.code == 1 && p.names.empty())) << length;
+                ASSERT_TRUE(p.all.size() <= r.all.size() && (p.code == -1 || p.all.size() >= previous))
+                    << length;
+                for (std::size_t i = 0; i < p.all.size(); ++i)
+                    for (std::size_t k = 0; k < 3; ++k)
+                        ASSERT_EQ(p.all[i].GetVertex(k), r.all[i].GetVertex(k)) << length << "/" << i;
+                previous = p.code == -1 ? previous : p.all.size();
+            }
+            EXPECT_TRUE(full.size() >= 2000 || previous == r.all.size());
+            continue;
+        }
+        // One block, every field of every facet (the colour words included) bit for bit.
+        const Result r = Read(full, kMultiple);
+        EXPECT_EQ(r.code, code);
+        EXPECT_EQ(r.blocks, code == R::Ok ? Blocks{full.substr(84)} : Blocks());
+        const MStlMaterial m = R::ExtractHeaderInfo(r.header).material;
+        EXPECT_EQ(m.GetColorIsReadFromFile(), std::string(file).find("COLOR") != std::string::npos);
+        for (uint32_t word : {m.GetRGB(), m.GetDiffuse(), m.GetSpecular(), m.GetAmbient()})
+            EXPECT_TRUE(!m.GetColorIsReadFromFile() || word == 0xFF3264C8u);
+        // Every prefix: too short for the header and count, else too short for the declared count;
+        // counting from the size reads exactly the complete facets.
+        for (std::size_t length = 0; code == R::Ok && full.size() < 4000 && length < full.size(); ++length)
+        {
+            const std::string prefix = full.substr(0, length);
+            ASSERT_EQ(Read(prefix, kMultiple).code, length < 84 ? R::HeaderTruncated : R::StreamTooShort)
+                << length;
+            const Result tolerant = Read(prefix, kFromSize | kTrailing);
+            ASSERT_EQ(tolerant.code, length < 84 ? R::HeaderTruncated : R::Ok) << length;
+            ASSERT_EQ(tolerant.blocks,
+                      length < 84 ? Blocks() : Blocks{full.substr(84, (length - 84) / 50 * 50)})
+                << length;
+        }
+    }
+}
+
 TEST(MStlFileReader, InputsThatCannotBeRead)
 {
     MStlFileReader reader{MStlReadOptions()};
-    MStlBase mesh;
-    reader.SetTargetStl(&mesh);
     EXPECT_FALSE(reader.Read(nullptr));
     reader.SetFileName(L"/nonexistent/kel/none.stl");
     EXPECT_FALSE(reader.Read(nullptr));
@@ -86,107 +438,156 @@ TEST(MStlFileReader, InputsThatCannotBeRead)
     failed.setstate(std::ios::failbit);
     reader.SetInputStream(&failed);
     EXPECT_FALSE(reader.Read(nullptr));
-    // Recognised as ASCII by its phrases, but there is no "solid" keyword.
-    EXPECT_FALSE(Reading(std::string(90, ' ') + AsciiFacet("0 0 0", "1 0 0", "0 1 0")).ok);
-    // A binary stream one byte short of its count.
-    std::string cut = BinaryStl("", {{Facet({0, 0, 0}, {1, 0, 0}, {0, 1, 0})}});
-    cut.pop_back();
-    const Reading truncated(cut);
-    EXPECT_FALSE(truncated.ok);
-    EXPECT_EQ(truncated.mesh.NumberOfTriangles(), 0u);
-    // A bad number escapes as the documented exception.
-    try
+    // Recognised as ASCII by its phrases but without the "solid" keyword; a binary stream one byte
+    // short of its count.
+    for (const std::string& bytes :
+         {std::string(90, ' ') + Ascii("0 0 0").substr(8), Binary("", 2, Facets(0, 1))})
     {
-        Reading(Ascii("s", "1 2 x", "0 0 0", "1 1 1"));
-        FAIL() << "no exception";
+        const Reading r(bytes);
+        EXPECT_TRUE(!r.ok && r.mesh.NumberOfTriangles() == 0u) << bytes.size();
     }
-    catch (const std::runtime_error& e)
+    EXPECT_THAT([] { Reading(Ascii("1 2 x")); },
+                ::testing::ThrowsMessage<std::runtime_error>(::testing::StrEq("Can't convert double")));
+}
+
+TEST(MStlFileReader, MeasuringTransformationModesAndOverflowBounds)
+{
+    // Without a target only the box is measured; the transformation keeps its initial value.
+    const Reading measured(Ascii("1 -2 3", "4 5 -6", "0 0 0"), {1, {100, 100, 100}, 1000.0}, true);
+    const MStlReadTransformation& initial = measured.reader.GetReadTransformation();
+    EXPECT_TRUE(measured.ok && initial.offset == P3() && initial.scale == 1.0 &&
+                measured.reader.GetBoundingBox().GetMin() == P3(0, -2, -6) &&
+                measured.reader.GetBoundingBox().GetMax() == P3(4, 5, 3));
+    const std::string huge = Ascii("0 0 0", "3e9 0 0", "0 3e9 3e9");
+    // Text, mode, scale; the offset and scale used, the overflow flag. Bounds 2147483646 and -2147483647 per
+    // unit of scale; a huge box fits with the suggested transformation, else overflows and is built all the
+    // same.
+    const std::tuple<std::string, int, double, P3, double, bool> rows[] = {
+        {Ascii("10 10 10", "20 10 10", "20 20 20"), 1, 1.0, P3(-15, -15, -15), 1.0, false},
+        {Ascii("2147483646 0 0"), 0, 1.0, P3(), 1.0, false},
+        {Ascii("2147483646.5 0 0"), 0, 1.0, P3(), 1.0, true},
+        {Ascii("-2147483647 0 0"), 0, 1.0, P3(), 1.0, false},
+        {Ascii("-2147483647.5 0 0"), 0, 1.0, P3(), 1.0, true},
+        {huge, 2, 1000.0, P3(-1.5e9, -1.5e9, -1.5e9), 1.0, false},
+        {huge, 0, 1000.0, P3(), 1000.0, true},
+    };
+    for (const auto& [text, mode, scale, offset, used, overflow] : rows)
     {
-        EXPECT_STREQ(e.what(), "Can't convert double");
+        SCOPED_TRACE(text);
+        Reading run(text, {mode, {0, 0, 0}, scale});
+        ASSERT_TRUE(run.ok && run.mesh.NumberOfTriangles() == 1u);
+        const MStlReadTransformation& t = run.reader.GetReadTransformation();
+        EXPECT_EQ(std::make_tuple(t.offset, t.scale, run.reader.GetResults().isOverflow),
+                  std::make_tuple(offset, used, overflow));
+        EXPECT_TRUE(mode != 1 || StlBuildTest::Corners(*run.mesh.Triangles().begin())[2][2] == 5);
     }
 }
 
-TEST(MStlFileReader, MeasuresWithoutTargetAndCentres)
+TEST(MStlFileReader, AsciiKeepsTheMeshPropertiesBinaryBlocksBecomeSurfaces)
 {
-    const Reading measured(Ascii("s", "1 -2 3", "4 5 -6", "0 0 0"),
-                           MStlReadOptions{1, {100, 100, 100}, 1000.0}, true);
-    ASSERT_TRUE(measured.ok);
-    EXPECT_TRUE(measured.reader.WasAscii());
-    EXPECT_EQ(measured.reader.GetBoundingBox().GetMin(), Point(0, -2, -6));
-    EXPECT_EQ(measured.reader.GetBoundingBox().GetMax(), Point(4, 5, 3));
-    EXPECT_EQ(measured.reader.GetReadTransformation().offset, Point(0, 0, 0));
-    EXPECT_EQ(measured.reader.GetReadTransformation().scale, 1.0);
-
-    const Reading centred(Ascii("s", "10 10 10", "20 10 10", "20 20 20"), MStlReadOptions{1, {0, 0, 0}, 1.0});
-    ASSERT_TRUE(centred.ok);
-    EXPECT_EQ(centred.reader.GetReadTransformation().offset, Point(-15, -15, -15));
-    EXPECT_EQ(StlBuildTest::Corners(*centred.mesh.Triangles().begin())[2][2], 5);
-}
-
-TEST(MStlFileReader, OverflowBoundariesAndTheSuggestedTransformation)
-{
-    // Upper bound 2147483646, lower bound -2147483647 (per unit of scale).
-    const std::pair<const char*, bool> cases[] = {
-        {"2147483646", false}, {"2147483646.5", true}, {"-2147483647", false}, {"-2147483647.5", true}};
-    for (const auto& [x, overflow] : cases)
+    const auto state = [](const Reading& r)
     {
-        Reading run(Ascii("s", x + std::string(" 0 0"), "0 1 0", "0 0 1"),
-                    MStlReadOptions{0, {0, 0, 0}, 1.0});
-        ASSERT_TRUE(run.ok) << x;
-        EXPECT_EQ(run.reader.GetResults().isOverflow, overflow) << x;
-    }
-    // A huge box fits with the suggested transformation; without it, it overflows and is built all the same.
-    const std::string huge = Ascii("s", "0 0 0", "3e9 0 0", "0 3e9 3e9");
-    Reading suggested(huge, MStlReadOptions{2, {0, 0, 0}, 1000.0}),
-        plain(huge, MStlReadOptions{0, {0, 0, 0}, 1000.0});
-    ASSERT_TRUE(suggested.ok && plain.ok);
-    EXPECT_EQ(suggested.reader.GetReadTransformation().offset, Point(-1.5e9, -1.5e9, -1.5e9));
-    EXPECT_EQ(suggested.reader.GetReadTransformation().scale, 1.0);
-    EXPECT_FALSE(suggested.reader.GetResults().isOverflow);
-    EXPECT_TRUE(plain.reader.GetResults().isOverflow);
-    EXPECT_EQ(suggested.mesh.NumberOfTriangles(), 1u);
-    EXPECT_EQ(plain.mesh.NumberOfTriangles(), 1u);
+        const MStlBaseProperties& p = r.mesh.GetProperties();
+        return std::make_tuple(r.ok, r.mesh.GetMaterial().GetRGB(), p.GetIsSupport(), p.GetIsSupposedSolid());
+    };
+    // ASCII input keeps the mesh's material and flags.
+    EXPECT_EQ(state(Reading(Ascii("0 0 0"))), std::make_tuple(true, 0x11223344u, true, false));
+    // A binary header without flags and colour sets the default flags and keeps the material; attribute
+    // words of two blanks, as some exporters write them, are no colours then. Each block becomes a surface.
+    const auto at = [](double z) { return StlBuildTest::Facet({0, 0, z}, {1, 0, z}, {0, 1, z}, 0x2020); };
+    const Reading binary(Binary("plain", 2, Encoded({at(0), at(1)}) + Word32(1) + Encoded({at(2)})));
+    const MStlSurfaceList& surfaces = binary.mesh.GetSurfaceList();
+    ASSERT_TRUE(surfaces.GetNumSurfaces(false) == 2u &&
+                surfaces.GetSurface(0)->GetNumberOfTriangles() == 2u &&
+                surfaces.GetSurface(1)->GetNumberOfTriangles() == 1u);
+    EXPECT_EQ(state(binary), std::make_tuple(true, 0x11223344u, false, true));
+    for (const MStlTriangle& t : binary.mesh.Triangles())
+        EXPECT_FALSE(t.GetColor().IsDefined());
+    // With "COLOR=" the header colour becomes the material, and the attribute words facet colours.
+    const Reading coloured(Binary("COLOR=\xC8\x64\x32\xFF", 1, Encoded({at(0)})));
+    EXPECT_EQ(std::get<1>(state(coloured)), 0xFF3264C8u);
+    EXPECT_TRUE(coloured.mesh.Triangles().begin()->GetColor().IsDefined());
 }
 
-TEST(MStlFileReader, HeaderColourMaterialAndFlags)
+TEST(StlFileUtilities, IsAscii)
 {
-    // Two blocks (count and facets each) become two surfaces; the round trips cover colours and flags.
-    const Facets blocks = {{Facet({0, 0, 0}, {1, 0, 0}, {0, 1, 0}), Facet({1, 0, 0}, {1, 1, 0}, {0, 1, 0})},
-                           {Facet({0, 0, 1}, {1, 0, 1}, {0, 1, 1})}};
-    const std::string header =
-        "COLOR=" + Word(0xFF3264C8u) + ",MATERIAL=" + Word(1) + Word(2) + Word(3) + Word(4) + ";ISSUP;FACES";
-    Reading coloured(BinaryStl(header, blocks));
-    ASSERT_TRUE(coloured.ok);
-    EXPECT_FALSE(coloured.reader.WasAscii());
-    EXPECT_EQ(coloured.reader.GetNumberOfFacets(), 3u);
-    ASSERT_EQ(coloured.mesh.GetSurfaceList().GetNumSurfaces(false), 2u);
-    EXPECT_EQ(coloured.mesh.GetSurfaceList().GetSurface(0)->GetNumberOfTriangles(), 2u);
-    EXPECT_EQ(coloured.mesh.GetSurfaceList().GetSurface(1)->GetNumberOfTriangles(), 1u);
-    EXPECT_TRUE(coloured.reader.GetResults().hasColor);
-    EXPECT_EQ(coloured.mesh.GetMaterial().GetRGB(), 0xFF3264C8u);
-    EXPECT_EQ(coloured.mesh.GetMaterial().GetDiffuse(), 1u);
-    EXPECT_TRUE(coloured.mesh.GetProperties().GetIsSupport());
-
-    // Attribute words of two blanks, as some exporters write them: not colours without "COLOR=";
-    // a header without flags leaves the defaults.
-    Reading plain(BinaryStl("exported by someone", {{Facet({0, 0, 0}, {1, 0, 0}, {0, 1, 0}, 0x2020)}}));
-    ASSERT_TRUE(plain.ok);
-    EXPECT_FALSE(plain.reader.GetResults().hasColor);
-    ASSERT_EQ(plain.mesh.NumberOfTriangles(), 1u);
-    EXPECT_FALSE(plain.mesh.Triangles().begin()->GetColor().IsDefined());
-    EXPECT_TRUE(plain.mesh.GetProperties().GetIsSupposedSolid());
-
-    // ASCII input keeps the material and flags the mesh had.
-    Reading ascii(Ascii("s", "0 0 0", "1 0 0", "0 1 0"), MStlReadOptions(), false,
-                  [](MStlBase& mesh)
-                  {
-                      MStlMaterial material;
-                      material.SetRGB(0x11223344u);
-                      mesh.SetMaterial(material);
-                      mesh.GetProperties().SetIsSupport(true);
-                  });
-    ASSERT_TRUE(ascii.ok);
-    EXPECT_EQ(ascii.mesh.GetMaterial().GetRGB(), 0x11223344u);
-    EXPECT_TRUE(ascii.mesh.GetProperties().GetIsSupport());
+    const std::string ascii299 =
+        ("solid part\n  facet normal 0 0 1\n" + std::string(299, ' ')).substr(0, 299);
+    const std::tuple<std::string, bool> rows[] = {
+        {ascii299, true},
+        {"Solid x\nfacet\nOuter Loop\n", true},                      // "outer loop" alone is enough
+        {"solid x\nfacet  normal 0 0 1 outer\tloop", false},         // the phrases have one blank
+        {"solid x" + std::string(288, ' ') + "facet normal", false}, // phrases count in the first 300 bytes
+        // A binary header may start with "solid": binary unless a phrase is in the first 300 bytes.
+        {Binary("solid REAR_CASE", 4, std::string(200, '\0')), false},
+        // Without "solid" at the start only bytes after the first 80 are searched.
+        {std::string(80, 'x'), false},
+        {Binary("header facet normal", 1, std::string(50, '\0')), false},
+        {std::string(75, ' ') + "facet normal" + std::string(20, ' '), false}, // starts before byte 80
+        {"", false},
+    };
+    for (const auto& [bytes, ascii] : rows)
+    {
+        std::istringstream stream(bytes);
+        EXPECT_TRUE(StlFileUtilities::IsAscii(stream) == ascii && (!ascii || stream.tellg() == 0))
+            << bytes.substr(0, 40) << " (an ASCII stream is handed back at its start)";
+    }
+    // Not at the start: the size is the end position, so the read comes up short.
+    std::istringstream moved(ascii299), failed(ascii299);
+    moved.seekg(2);
+    failed.setstate(std::ios::failbit);
+    EXPECT_FALSE(StlFileUtilities::IsAscii(moved) || StlFileUtilities::IsAscii(failed));
+    EXPECT_FALSE(StlFileUtilities::IsAscii(L"/nonexistent/kel/none.stl") ||
+                 StlFileUtilities::VerifyHeaderConsistency(L"/nonexistent/kel/none.stl"));
 }
-} // namespace
+
+TEST(MStlReadTransformation, SuggestedAndRoundingAndOverflowBoundaries)
+{
+    const P3 o;
+    const double inf = std::numeric_limits<double>::infinity();
+    // Box minimum and maximum, reference point, scale; the offset and scale suggested.
+    const std::tuple<P3, P3, P3, double, P3, double> rows[] = {
+        // 0 .. 3e9: centred, and 1.5e9 fits; with scale 1000 the scale is divided by ten three times.
+        {o, P3(3e9, 3e9, 3e9), o, 1.0, P3(-1.5e9, -1.5e9, -1.5e9), 1.0},
+        {o, P3(3e9, 3e9, 3e9), o, 1000.0, P3(-1.5e9, -1.5e9, -1.5e9), 1.0},
+        // The bounds of the fit test: maximum 2147483646 and minimum -2147483647 (scale 1).
+        {o, P3(2147483646.0, 0, 0), o, 1.0, o, 1.0},
+        {o, P3(2147483646.5, 0, 0), o, 1.0, P3(-1073741823.25, 0, 0), 1.0},
+        {P3(-2147483647.5, 0, 0), o, o, 1.0, P3(1073741823.75, 0, 0), 1.0},
+        // The reference point moves the centre; m = 2147483647 exactly is not above the factor limit.
+        {o, P3(4294967294.0, 0, 0), P3(0, 7, 0), 1.0, P3(-2147483647.0, 7, 0), 1.0},
+        {o, P3(4294967294.0, 0, 0), P3(1, 0, 0), 1.0, P3(-2147483646.0, 0, 0), 0.1},
+        // A box with an infinite side still ends with a (zero) scale instead of looping.
+        {o, P3(inf, 0, 0), o, 1.0, P3(-inf, 0, 0), 0.0},
+    };
+    for (const auto& [low, high, reference, scale, offset, suggested] : rows)
+    {
+        const MStlReadTransformation t =
+            StlFileUtilities::SuggestReadTransformation({low, high}, reference, scale);
+        EXPECT_EQ(t.offset, offset);
+        EXPECT_DOUBLE_EQ(t.scale, suggested);
+        EXPECT_TRUE(suggested != scale || t.scale == scale) << "exactly kept when nothing is divided";
+    }
+
+    // The rounding of MStlReadTransformation.
+    const MStlReadTransformation t, shifted(P3(10.0, -20.0, 0.25), 1000.0), scaled(P3(), 10000.0);
+    const double nan = std::nan("");
+    Grid out;
+    // Halves round away from zero; up to 2147483647 after offset and scale converts.
+    EXPECT_TRUE(t.Transform(P3(-2.5, 2.5, 0.49999999), out) && out == Grid(-3, 3, 0)) << out[0];
+    EXPECT_TRUE(shifted.Transform(P3(0.0015, 0.0, -0.25), out) && out == Grid(10002, -20000, 0)) << out[0];
+    EXPECT_TRUE(t.Transform(P3(2147483647.0, -2147483647.0, 2147483646.5), out) &&
+                out == Grid(INT_MAX, -INT_MAX, INT_MAX));
+    EXPECT_TRUE(scaled.Transform(P3(214748.3647, 0.0, 0.0), out) && out == Grid(INT_MAX, 0, 0));
+    EXPECT_FALSE(scaled.Transform(P3(214748.3648, 0.0, 0.0), out));
+    EXPECT_FALSE(t.Transform(P3(0.0, -2147483647.5, 0.0), out));
+    // Values that cannot be converted get defined stand-ins (and the result false).
+    EXPECT_FALSE(t.Transform(P3(nan, inf, -1e300), out));
+    EXPECT_EQ(out, Grid(0, INT_MAX, INT_MIN));
+
+    EXPECT_EQ(t.TransformCoordinate(-2.5, 0), -3);
+    EXPECT_EQ(shifted.TransformCoordinate(1.0, 1), -19000);
+    EXPECT_EQ(t.TransformCoordinate(1e30, 0), std::numeric_limits<long>::max());
+    EXPECT_EQ(t.TransformCoordinate(-1e30, 0), std::numeric_limits<long>::min());
+    EXPECT_EQ(t.TransformCoordinate(nan, 1), 0);
+}
