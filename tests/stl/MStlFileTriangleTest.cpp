@@ -4,11 +4,8 @@
 #include <KelSDK/FileIO/MFile.h>
 
 #include <clocale>
-#include <cstdio>
-#include <iomanip>
 
 using namespace StlBuildTest;
-using KelSDK::FileIO::MMemoryFile;
 
 namespace
 {
@@ -33,7 +30,7 @@ const std::string kTextStream = "facet normal 0.5 -0.25 0.123457\nouter loop\nfa
 std::string WrittenTwice(const MStlFileTriangle& f, bool binary)
 {
     FILE* file = std::tmpfile();
-    MMemoryFile memory;
+    KelSDK::FileIO::MMemoryFile memory;
     if (file == nullptr || !memory.OpenWrite())
         return "no file";
     EXPECT_TRUE(f.Write(file, binary) && f.Write(memory, binary) && memory.Flush());
@@ -48,26 +45,18 @@ std::string WrittenTwice(const MStlFileTriangle& f, bool binary)
 std::string Describe(const MStlFileTriangle& f)
 {
     std::ostringstream out;
-    out << std::setprecision(10);
+    out.precision(10);
     for (const auto& p : {f.GetNormal(), f.GetVertex(0), f.GetVertex(1), f.GetVertex(2)})
         out << p[0] << ' ' << p[1] << ' ' << p[2] << " / ";
     return out.str() + std::to_string(f.GetAttribute());
 }
 
-// The facet read from text (normal 9 9 9 before), false or the error, then the next token left.
+// The facet read from text (normal 9 9 9 before) or false, then the next token left in the input.
 std::string Outcome(const std::string& text, const std::string& name)
 {
     std::istringstream stream(text);
     MStlFileTriangle f = Facet({}, {}, {}, 0, {9, 9, 9});
-    std::string result, rest;
-    try
-    {
-        result = f.ReadAscii(stream, name) ? Describe(f) : "false";
-    }
-    catch (const std::runtime_error& e)
-    {
-        result = e.what();
-    }
+    std::string result = f.ReadAscii(stream, name) ? Describe(f) : "false", rest;
     stream >> rest;
     return result + " | " + rest;
 }
@@ -84,7 +73,7 @@ TEST(MStlFileTriangle, BinaryGoldenBytesReadBackValidityAndShortReads)
     // Both binary readers consume an invalid facet (corner 1 has an infinite z) whole, bit for bit.
     std::istringstream in(kSampleBinary);
     MStlFileTriangle f, g;
-    MMemoryFile file;
+    KelSDK::FileIO::MMemoryFile file;
     ASSERT_TRUE(file.OpenRead(kSampleBinary.data(), kSampleBinary.size()));
     EXPECT_FALSE(f.Read(in, true) || g.Read(file));
     EXPECT_TRUE(in.tellg() == std::streampos(50) && file.Tell() == 50);
@@ -96,9 +85,7 @@ TEST(MStlFileTriangle, BinaryGoldenBytesReadBackValidityAndShortReads)
     bytes[35] = 0x3F; // corner 1 z: +inf -> 1.0
     std::istringstream nanNormal(bytes);
     EXPECT_TRUE(f.ReadBinary(nanNormal) && std::isnan(f.GetNormal()[0]));
-    const double nan = std::numeric_limits<double>::quiet_NaN(),
-                 inf = std::numeric_limits<double>::infinity();
-    EXPECT_FALSE(Facet({nan, 0, 0}, {}, {}).IsValid() || Facet({}, {}, {0, 0, -inf}).IsValid());
+    EXPECT_FALSE(Facet({NAN, 0, 0}, {}, {}).IsValid() || Facet({}, {}, {0, 0, -INFINITY}).IsValid());
 
     // A short read (normal 1 2 3, corner 4 5): streams repeat the scratch buffer, MFile reads zeros.
     bytes = "\0\0\x80\x3F\0\0\0\x40\0\0\x40\x40\0\0\x80\x40\0\0\xA0\x40"s;
@@ -121,12 +108,10 @@ TEST(MStlFileTriangle, TextFormsAndTheirGrammar)
     EXPECT_FALSE(kText.Write(failed, false) || kText.Write(failed, true));
     EXPECT_EQ(WrittenTwice(kText, false), kTextFormatted + kTextFormatted);
     const std::string saved = std::setlocale(LC_ALL, nullptr);
-    if (std::setlocale(LC_ALL, "de_DE.UTF-8") || std::setlocale(LC_ALL, "de_DE.utf8"))
-    {
-        const std::string written = WrittenTwice(kText, false);
-        std::setlocale(LC_ALL, saved.c_str());
-        EXPECT_EQ(written, kTextFormatted + kTextFormatted);
-    }
+    const bool comma = std::setlocale(LC_ALL, "de_DE.UTF-8") || std::setlocale(LC_ALL, "de_DE.utf8");
+    const std::string written = WrittenTwice(kText, false);
+    std::setlocale(LC_ALL, saved.c_str());
+    EXPECT_TRUE(!comma || written == kTextFormatted + kTextFormatted) << written;
 
     const std::string facet =
         " facet normal 0 0 1 outer loop vertex 1 1 1 vertex 2 2 2 vertex 3 3 3 endloop endfacet";
@@ -146,14 +131,15 @@ TEST(MStlFileTriangle, TextFormsAndTheirGrammar)
         // A facet without "normal" swallows the next facet and leaves the normal as it was.
         {"facet outer loop vertex 4 4 4 vertex 5 5 5 vertex 6 6 6 endloop endfacet" + facet, "",
          "9 9 9 / 1 1 1 / 2 2 2 / 3 3 3 / 0 | "},
-        {"facet normal 0 x 1 outer loop", "", "Can't convert double | 1"},
-        {"facet normal 0 0 1 outer loop vertex 1,5 2 3", "", "Can't convert double | 2"},
         // An infinite corner makes the facet invalid after it has been read completely.
         {"facet normal 0 0 1 outer loop vertex 1 2 inf vertex 1 2 3 vertex 1 2 3 endloop endfacet next", "",
          "false | next"},
     };
     for (const auto& row : rows)
         EXPECT_EQ(Outcome(row[0], row[1]), row[2]) << '"' << row[0] << '"';
+    for (const char* text : {"facet normal 0 x 1 outer loop", "facet normal 0 0 1 outer loop vertex 1,5 2 3"})
+        EXPECT_THAT([&] { Outcome(text, ""); },
+                    ::testing::ThrowsMessage<std::runtime_error>(::testing::StrEq("Can't convert double")));
     // The end of the input anywhere inside a facet is a plain false, also where a number is due.
     for (const std::string& cut : {""s, "stray"s, "facet"s, "facet normal 0 0"s, "facet normal 0 0 1 outer"s,
                                    loop, loop + " 3 endloop"})

@@ -1,121 +1,184 @@
+// The writer: exact files of every storage kind and what reading them back gives, transformations, states.
 #include "StlBuildTestSupport.h"
 
 #include <KelSDK/Math/Transform.h>
 #include <KelSDK/Triangles/IO/MStlFileWriter.h>
+
+#include <tuple>
 
 using namespace StlBuildTest;
 using KelSDK::Math::MMTransformMatrix;
 
 namespace
 {
+// Corners and colour of each triangle, read through the storage-independent interface.
+std::vector<std::pair<std::array<int, 9>, MStlColor>> View(const MStlBase& mesh)
+{
+    const MStlHybrid& h = mesh.GetStlHybrid();
+    std::vector<std::pair<std::array<int, 9>, MStlColor>> list(h.GetNumTriangles());
+    const bool colours = h.OpenRead() && h.StartGettingTriangleColors();
+    for (size_t t = 0; t < list.size(); ++t)
+    {
+        unsigned v[3];
+        int* c = list[t].first.data();
+        EXPECT_TRUE(h.GetTriangle(t, v[0], v[1], v[2]) && h.GetVertex(v[0], c[0], c[1], c[2]) &&
+                    h.GetVertex(v[1], c[3], c[4], c[5]) && h.GetVertex(v[2], c[6], c[7], c[8]));
+        list[t].second = colours ? h.GetColor(t) : MStlColor();
+    }
+    h.Close();
+    return list;
+}
+
+// Two right triangles of 20 mm legs, the first coloured 0x123456 (10, 6, 2 in five bits), and a flat one.
+TEST(StlRoundTrip, GoldenFilesOfEveryStorageKindAndWhatReadingThemGives)
+{
+    // The facets in float32 (0, 1, 10, 20); the header: content, a zero byte, spaces to byte 80, the count.
+    const std::string o = "\0\0\0\0"s, n = "\0\0\x80\x3F"s, t = "\0\0\x20\x41"s, l = "\0\0\xA0\x41"s;
+    const std::string first = o + o + n + o + o + o + l + o + o + o + l + o,
+                      second = o + n + o + o + o + o + o + o + l + l + o + o,
+                      third = o + o + o + l + o + o + o + l + o + t + t + o;
+    auto header = [](const std::string& content)
+    { return content + '\0' + std::string(79 - content.size(), ' ') + "\x03\0\0\0"s; };
+    const std::string coloured =
+        header(
+            "COLOR=\xC8\x64\x32\xFF,MATERIAL=\x04\x03\x02\x01\x08\x07\x06\x05\x0C\x0B\x0A\x09\0\0\0\x3F;SOLID"s) +
+        first + "\xCA\x08"s + second;
+    auto text =
+        [](const std::string& normal, const std::string& a, const std::string& b, const std::string& c)
+    {
+        return "facet normal " + normal + "\nouter loop\nvertex " + a + "\nvertex " + b + "\nvertex " + c +
+               "\nendloop\nendfacet\n";
+    };
+    const std::string zeros = "0.00000000 0.00000000 0.00000000", x = "20.00000000 0.00000000 0.00000000",
+                      y = "0.00000000 20.00000000 0.00000000";
+    const std::string text1 = text("0.000000 0.000000 1.000000", zeros, x, y),
+                      text2 =
+                          text("0.000000 1.000000 0.000000", zeros, "0.00000000 0.00000000 20.00000000", x) +
+                          text("0.000000 0.000000 0.000000", x, y, "10.00000000 10.00000000 0.00000000");
+    MStlMaterial material;
+    material.SetRGB(0xFF3264C8u); // R 200, G 100, B 50, A 255
+    material.SetDiffuse(0x01020304u);
+    material.SetSpecular(0x05060708u);
+    material.SetAmbient(0x090A0B0Cu);
+    material.SetShininess(0.5f);
+    TempDir dir;
+    const std::wstring path = dir.File("golden.stl").wstring();
+    for (MStlHybridState kind : {eStlStandard, eStlCompact, eStlOnDisk})
+    {
+        const bool standard = kind == eStlStandard;
+        const std::string zero = "\0\0"s, none = "\0\x80"s, green = standard ? "\xE0\x03"s : none;
+        const MStlWriteOptions plain(1e-4, true, false, false), withColours(1e-4, true, true, false),
+            ascii(1e-4, false, true, false), perSurface(1e-4, false, false, true);
+        // Options, support (";ISSUP;FACES", else ";SOLID"), mesh colour, the file.
+        const std::tuple<MStlWriteOptions, bool, uint32_t, std::string> rows[] = {
+            {plain, true, 0x3264C8u, header(";ISSUP;FACES") + first + zero + second + zero + third + zero},
+            {withColours, false, 0x3264C8u, coloured + none + third + none},
+            {withColours, false, 0x00FF00u, coloured + green + third + green},
+            {ascii, false, 0x3264C8u, "solid part\n" + text1 + text2 + "endsolid part\n"},
+            {perSurface, false, 0x3264C8u,
+             standard
+                 ? "solid top face\n" + text1 + "endsolid top face\nsolid side\n" + text2 + "endsolid side\n"
+                 : "solid part\n" + text1 + text2 + "endsolid part\n"},
+        };
+        for (const auto& [options, support, meshRgb, file] : rows)
+        {
+            SCOPED_TRACE(::testing::Message() << "kind " << kind << ", expected " << file.substr(0, 12));
+            MStlBase mesh, copy;
+            BuildHybrid(mesh, kind,
+                        {{0, 0, 0}, {200000, 0, 0}, {0, 200000, 0}, {0, 0, 200000}, {100000, 100000, 0}},
+                        {{0, 1, 2}, {0, 3, 1}, {1, 2, 4}}, {0x123456u, 0, 0}, 1);
+            mesh.SetName(L"part");
+            mesh.GetSurfaceList().GetSurface(0)->SetName(L"top face");
+            mesh.GetSurfaceList().GetSurface(1)->SetName(L"side");
+            mesh.SetMaterial(material);
+            mesh.SetRGB(meshRgb);
+            mesh.GetProperties().SetIsSupport(support);
+            mesh.GetProperties().SetIsSupposedSolid(!support);
+            // WriteStlMM writes binary with colours in millimetres, like the options of the coloured rows.
+            const bool colours = options.binary && options.withColors;
+            ASSERT_TRUE(colours && meshRgb == 0x3264C8u
+                            ? MStlBaseFileUtilities::WriteStlMM(&mesh, path)
+                            : MStlBaseFileUtilities::WriteStl(&mesh, path, options, nullptr));
+            EXPECT_EQ(ReadBytes(path), file);
+            ASSERT_TRUE(copy.GetStlHybrid().SetState(kind) && MStlBaseFileUtilities::ReadStlMM(&copy, path));
+            // Colours travel in coloured binary files only, five bits per channel, with the mesh colour owed.
+            const bool owed = colours && standard && meshRgb != 0x3264C8u;
+            auto expected = View(mesh);
+            for (auto& f : expected)
+                f.second = !colours ? MStlColor()
+                                    : MStlColor::ConvertFrom16BitValue(MStlColor::ConvertTo16BitValue(
+                                          owed && !f.second.IsDefined() ? MStlColor(meshRgb) : f.second));
+            EXPECT_EQ(View(copy), expected);
+            EXPECT_TRUE(copy.GetStlHybrid().GetNumVertices() == 5 &&
+                        copy.GetMaterial().GetColorIsReadFromFile() == colours &&
+                        copy.GetMaterial().GetRGB() == (colours ? material : MStlMaterial()).GetRGB());
+            // The flags travel in the binary header; only the first word after "solid" is a name.
+            EXPECT_TRUE(copy.GetProperties().GetIsSupport() == (options.binary && support) &&
+                        copy.GetProperties().GetIsSupposedSolid() == (!options.binary || !support));
+            const wchar_t* read[] = {L"part3 ", L"top1 side2 ", L"3 ", L"3 "}; // ASCII, per surface, binary
+            EXPECT_EQ(Surfaces(copy), standard ? read[2 * options.binary + options.solidPerSurface] : L";");
+        }
+    }
+}
+
 TEST(MStlFileWriter, TransformationMovesCornersAndNormals)
 {
     TempDir dir;
     const std::wstring path = dir.File("t.stl").wstring();
     MStlBase mesh;
     BuildHybrid(mesh, eStlStandard, {{0, 0, 0}, {10, 0, -10}, {0, 10, 0}}, {{0, 1, 2}}, {0});
-    // Scaled first, then moved; a stretch is no orthonormal matrix, so its normal is renormalised.
-    const double r = std::sqrt(0.5), s = 1.0 / std::sqrt(5.0);
-    const struct
+    // Normal (1, 0, 1) / sqrt 2; corner 1 is scaled, then moved; a stretch renormalises the normal.
+    using P = MStlFileTriangle::Point;
+    const double r = std::sqrt(0.5), s = std::sqrt(0.2);
+    const std::tuple<MMTransformMatrix, double, P, P> rows[] = {
+        {MMTransformMatrix::RotationZ(std::acos(-1.0) / 2) * MMTransformMatrix::Translation(0, 0, 100), 0.5,
+         P(0, r, r), P(0, 5, 95)},
+        {MMTransformMatrix::Scaling(2, 1, 1), 1.0, P(2 * s, 0, s), P(20, 0, -10)}};
+    for (const auto& [transformation, scale, normal, corner] : rows)
     {
-        MMTransformMatrix transformation;
-        double scale, normal[3], corner[3];
-    } rows[] = {
-        {MMTransformMatrix::RotationZ(std::acos(-1.0) / 2) * MMTransformMatrix::Translation(0, 0, 100),
-         0.5,
-         {0, r, r},
-         {0, 5, 95}},
-        {MMTransformMatrix::Scaling(2, 1, 1), 1.0, {2 * s, 0, s}, {20, 0, -10}}};
-    for (const auto& row : rows)
-    {
-        MStlFileWriter writer(MStlWriteOptions(row.scale, true, false, false));
+        MStlFileWriter writer(MStlWriteOptions(scale, true, false, false));
         writer.SetFileName(path.c_str());
         writer.SetStlToWrite(&mesh);
-        writer.SetWriteTransformation(&row.transformation);
+        writer.SetWriteTransformation(&transformation);
         ASSERT_TRUE(writer.Write(nullptr) && writer.Close());
-        std::istringstream bytes(ReadBytes(path).substr(80));
+        std::istringstream bytes(ReadBytes(path).substr(84));
         MStlFileTriangle facet;
-        ASSERT_TRUE(bytes.ignore(4) && facet.ReadBinary(bytes) && bytes.tellg() == 54);
-        for (int i = 0; i < 3; ++i)
-            EXPECT_TRUE(std::abs(facet.GetNormal()[i] - row.normal[i]) < 1e-6 &&
-                        std::abs(facet.GetVertex(1)[i] - row.corner[i]) < 1e-5)
-                << "scale " << row.scale << ", axis " << i;
+        ASSERT_TRUE(facet.ReadBinary(bytes) && bytes.tellg() == 50);
+        EXPECT_LT((facet.GetNormal() - normal).length(), 1e-6) << scale;
+        EXPECT_LT((facet.GetVertex(1) - corner).length(), 1e-5) << scale;
     }
 }
 
-// Nothing open: no header, no close; a writer that failed to open stays closed and creates nothing.
-TEST(MStlFileWriter, StatesAndFailures)
+TEST(MStlFileWriter, StatesFailuresAndRecordsOfExtremeCorners)
 {
     TempDir dir;
+    const std::wstring path = dir.File("x.stl").wstring();
+    // A collapsed triangle, then 70 (a full batch of normals) with corners 2^32 apart (64-bit edges).
+    std::vector<std::array<int, 3>> points = {{5, 5, 5}, {5, 5, 5}, {-2147483647, 0, 0}};
+    std::vector<std::array<unsigned, 3>> faces = {{0, 1, 2}};
+    for (unsigned i = 0; i < 70; ++i, faces.push_back({2, 2 * i + 1, 2 * i + 2}))
+        points.insert(points.end(), {{2147483647, -2147483647, 7 * int(i)}, {int(i), 2147483647, -3}});
     MStlBase mesh;
-    BuildHybrid(mesh, eStlStandard, {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}, {{0, 1, 2}}, {0});
+    BuildHybrid(mesh, eStlStandard, points, faces, {});
+    // Nothing open: no header, no close; a writer that failed to open stays closed and creates nothing.
     MStlFileWriter writer(MStlWriteOptions(1.0, true, false, false));
-    EXPECT_FALSE(writer.WriteHeader(&mesh, &mesh.GetMaterial()) || writer.Close());
-    writer.SetFileName(dir.File("missing/dir/x.stl").wstring().c_str());
     writer.SetStlToWrite(&mesh);
-    EXPECT_FALSE(writer.OpenWrite() || writer.Write(nullptr));
-    EXPECT_FALSE(std::filesystem::exists(dir.File("missing")));
-}
-
-// Blocks of records with batched normals give exactly the per-facet encoding of GetNormal() and corners.
-TEST(MStlFileWriter, BinaryRecordsMatchPerFacetEncodingOnRandomTriangles)
-{
-    std::mt19937 random(20261121);
-    std::uniform_int_distribution<int> coordinate(-2147483647, 2147483647);
-    std::uniform_int_distribution<size_t> rangeOf(0, 3), surfaceOf(0, 2);
-    // Corners of a triangle within +-3, +-1000, +-2^20 or +-2^31; a point twice is collapsed too.
-    std::vector<std::array<int, 3>> points = {{0, 0, 0}, {1, 0, 0}};
-    std::vector<std::vector<std::array<size_t, 3>>> triangles = {{{0, 0, 1}}, {}, {}};
-    for (size_t t = 0; t < 20011; ++t)
+    writer.SetFileName(dir.File("missing/x.stl").wstring().c_str());
+    EXPECT_FALSE(writer.WriteHeader(&mesh, &mesh.GetMaterial()) || writer.Close() || writer.OpenWrite() ||
+                 writer.Write(nullptr) || std::filesystem::exists(dir.File("missing")));
+    // Each record is MStlFileTriangle's encoding of GetNormal() and the scaled corners.
+    ASSERT_TRUE(
+        MStlBaseFileUtilities::WriteStl(&mesh, path, MStlWriteOptions(3.7, true, false, false), nullptr));
+    std::string expected = "\x46\0\0\0"s;
+    for (const MStlTriangle& t : mesh.Triangles())
     {
-        const int shift = std::array<int, 4>{29, 21, 11, 0}[rangeOf(random)];
-        for (int k = 0; k < 3; ++k)
-            points.push_back(
-                {coordinate(random) >> shift, coordinate(random) >> shift, coordinate(random) >> shift});
-        triangles[surfaceOf(random)].push_back({points.size() - 3, points.size() - 2, points.size() - 1});
+        const auto c = Corners(t);
+        const auto n = t.GetNormal();
+        auto scaled = [&c](int k) { return Corner{c[k][0] * 3.7, c[k][1] * 3.7, c[k][2] * 3.7}; };
+        unsigned char bytes[MStlFileTriangle::BINARY_SIZE];
+        Facet(scaled(0), scaled(1), scaled(2), 0, {n[0], n[1], n[2]}).EncodeBinary(bytes);
+        expected += t.IsCollapsed() ? "" : std::string(bytes, bytes + 50);
     }
-    MStlBase mesh;
-    std::vector<MStlSurface*> surfaces = {mesh.GetMainSurface(), mesh.AddSurface(nullptr),
-                                          mesh.AddSurface(nullptr)};
-    std::vector<MStlTriangle*> created;
-    ASSERT_TRUE(mesh.Create(points, triangles, &surfaces, nullptr, &created));
-    for (size_t t = 0; t < created.size(); t += 3)
-        created[t]->SetColor(MStlColor(static_cast<uint32_t>(t * 2654435761u)));
-    mesh.SetRGB(0x00FF00u); // not the header colour: written on the uncoloured triangles
-    TempDir dir;
-    const std::wstring path = dir.File("r.stl").wstring();
-    for (const bool withColors : {false, true})
-        for (const double scale : {1.0, 1e-4, 3.7})
-        {
-            std::string expected;
-            MStlIteratorFeatureSurfaceConst it(mesh);
-            for (it.Begin(); !it.End(); ++it)
-                for (const MStlTriangle* triangle : (*it).Triangles())
-                {
-                    if (triangle->IsCollapsed())
-                        continue;
-                    MStlFileTriangle facet;
-                    facet.SetNormal(triangle->GetNormal());
-                    for (int k = 0; k < 3; ++k)
-                        facet.SetVertex(k, MStlFileTriangle::Point(triangle->GetPoint(k)->GetX(),
-                                                                   triangle->GetPoint(k)->GetY(),
-                                                                   triangle->GetPoint(k)->GetZ()) *
-                                               scale);
-                    const MStlColor color =
-                        triangle->GetColor().IsDefined() ? triangle->GetColor() : MStlColor(0x00FF00u);
-                    facet.SetAttribute(withColors ? MStlColor::ConvertTo16BitValue(color) : uint16_t(0));
-                    unsigned char bytes[MStlFileTriangle::BINARY_SIZE];
-                    facet.EncodeBinary(bytes);
-                    expected.append(reinterpret_cast<const char*>(bytes), sizeof bytes);
-                }
-            const uint32_t count = static_cast<uint32_t>(expected.size() / 50);
-            ASSERT_TRUE(count > 19900u && count < 20011u)
-                << count; // a few random triangles are collapsed too
-            ASSERT_TRUE(MStlBaseFileUtilities::WriteStl(
-                &mesh, path, MStlWriteOptions(scale, true, withColors, false), nullptr));
-            EXPECT_TRUE(ReadBytes(path).substr(80) ==
-                        std::string({char(count), char(count >> 8), char(count >> 16), 0}) + expected)
-                << "colours " << withColors << ", scale " << scale;
-        }
+    EXPECT_EQ(ReadBytes(path).substr(80), expected);
 }
 } // namespace

@@ -8,16 +8,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdint>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <limits>
-#include <random>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -45,10 +41,10 @@ inline MStlFileTriangle Facet(Corner a, Corner b, Corner c, uint16_t attribute =
 // Grid coordinates of a triangle's corners in corner order.
 inline std::array<std::array<int, 3>, 3> Corners(const MStlTriangle& t)
 {
-    auto corner = [&t](int k) {
-        return std::array<int, 3>{t.GetPoint(k)->GetX(), t.GetPoint(k)->GetY(), t.GetPoint(k)->GetZ()};
-    };
-    return {corner(0), corner(1), corner(2)};
+    const MStlPoint *a = t.GetPoint(0), *b = t.GetPoint(1), *c = t.GetPoint(2);
+    return {{{a->GetX(), a->GetY(), a->GetZ()},
+             {b->GetX(), b->GetY(), b->GetZ()},
+             {c->GetX(), c->GetY(), c->GetZ()}}};
 }
 
 // A mesh of any storage kind; faces from index split on go to a second surface; colour 0 is none.
@@ -58,14 +54,13 @@ inline void BuildHybrid(MStlBase& mesh, MStlHybridState kind, const std::vector<
 {
     MStlHybrid& hybrid = mesh.GetStlHybrid();
     ASSERT_TRUE(hybrid.SetState(kind) && hybrid.StartAddingVertices());
-    std::vector<unsigned> index;
-    for (const auto& p : points)
-        index.push_back(hybrid.AddVertex(p[0], p[1], p[2]));
+    for (unsigned i = 0; i < points.size(); ++i) // Standard appends; stores merge equal positions
+        EXPECT_EQ(hybrid.AddVertex(points[i][0], points[i][1], points[i][2]), i);
     for (size_t f = 0; f < faces.size(); ++f)
     {
         EXPECT_TRUE((f != 0 && f != split) ||
                     hybrid.StartAddingTriangles(f == 0 ? nullptr : mesh.AddSurface(nullptr)));
-        hybrid.AddTriangle(index[faces[f][0]], index[faces[f][1]], index[faces[f][2]]);
+        hybrid.AddTriangle(faces[f][0], faces[f][1], faces[f][2]);
     }
     ASSERT_TRUE(hybrid.StartAddingTriangleColors());
     for (uint32_t rgb : colours)
@@ -77,13 +72,11 @@ inline void BuildHybrid(MStlBase& mesh, MStlHybridState kind, const std::vector<
 inline std::wstring Surfaces(const MStlBase& mesh)
 {
     std::wstring names;
-    for (size_t s = 0; s < mesh.GetSurfaceList().GetNumSurfaces(false); ++s)
-    {
-        const MStlSurface* surface = mesh.GetSurfaceList().GetSurface(s);
-        names += surface->GetName() + (mesh.GetStlHybrid().GetState() == eStlStandard
-                                           ? std::to_wstring(surface->GetNumberOfTriangles()) + L" "
-                                           : L";");
-    }
+    const MStlSurfaceList& list = mesh.GetSurfaceList();
+    const bool standard = mesh.GetStlHybrid().GetState() == eStlStandard;
+    for (size_t s = 0; s < list.GetNumSurfaces(false); ++s)
+        names += list.GetSurface(s)->GetName() +
+                 (standard ? std::to_wstring(list.GetSurface(s)->GetNumberOfTriangles()) + L" " : L";");
     return names;
 }
 
