@@ -8,8 +8,16 @@
 #include <KelSDK/Triangles/IO/MStlFileTriangle.h>
 #include <KelSDK/Triangles/IO/MStlFileWriter.h>
 
+#include <tbb/parallel_for.h>
+
+#if defined(__SSE2__) || defined(_M_X64)
+#include <emmintrin.h>
+#endif
+
+#include <algorithm>
 #include <cmath>
 #include <condition_variable>
+#include <cstring>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -58,187 +66,18 @@ inline void PrefetchCorners(const MStlTriangle& triangle)
 #endif
 }
 
-// Binary facets without a write transformation are encoded straight into a block of this many
-// 50-byte records, which goes to the file in one write.
-constexpr size_t FacetsPerBlock = 4096;
-// The normals of this many records are finished together (a divisor of FacetsPerBlock).
+// Binary facets without a write transformation are encoded straight into 50-byte records, a
+// chunk of triangles at a time; a chunk never spans two surfaces.
+constexpr size_t ChunkFacets = 2048;
+// A slot holds this many chunks; they are encoded side by side on the available cores.
+constexpr size_t ChunksPerSlot = 16;
+// The normals of this many records are finished together.
 constexpr size_t NormalBatch = 64;
 
 inline bool SamePosition(const MStlPoint& a, const MStlPoint& b)
 {
     return &a == &b || (a.GetX() == b.GetX() && a.GetY() == b.GetY() && a.GetZ() == b.GetZ());
 }
-
-// Facet records of a binary file, collected block by block. The caller encodes the corners and
-// the attribute word of a record at Next() and hands over the unnormalised normal with Commit.
-// The normals are divided by their lengths a batch at a time: in one loop of independent square
-// roots and divisions the processor overlaps them, where facet by facet each waited for its own.
-// Each full block, and the rest on Finish, goes to the file in one write; count grows by the
-// records of each block written.
-//
-// With a background writer, a thread of its own writes the full blocks while the caller encodes
-// the next ones into the other slots of a small ring, so the copy into the page cache no longer
-// adds to the encoding time. Only that thread touches the file until Finish (or the destructor,
-// when an exception leaves the caller) has joined it.
-class BinaryFacetBlocks
-{
-public:
-    BinaryFacetBlocks(MFile& file, uint32_t& count, bool background)
-        : file_(file), count_(count), bytes_(new unsigned char[(background ? RingSlots : 1) * SlotBytes])
-    {
-        if (background)
-        {
-            try
-            {
-                writer_ = std::thread([this] { _WriteInBackground(); });
-            }
-            catch (const std::system_error&)
-            {
-                // No thread to be had: the blocks are written in line, in the first slot.
-            }
-        }
-    }
-    ~BinaryFacetBlocks() { _StopWriter(); }
-    BinaryFacetBlocks(const BinaryFacetBlocks&) = delete;
-    BinaryFacetBlocks& operator=(const BinaryFacetBlocks&) = delete;
-
-    // The 50 bytes of the next record.
-    unsigned char* Next() { return _Slot(filled_) + used_ * MStlFileTriangle::BINARY_SIZE; }
-    // Takes the record at Next() with the cross product n of its edges; false once a block could
-    // not be written.
-    bool Commit(const double (&n)[3])
-    {
-        const size_t slot = used_ % NormalBatch;
-        normals_[slot][0] = n[0];
-        normals_[slot][1] = n[1];
-        normals_[slot][2] = n[2];
-        ++used_;
-        if (slot + 1 == NormalBatch)
-            _FinishNormals(NormalBatch);
-        return used_ < FacetsPerBlock || _HandOver();
-    }
-    // Writes the records still pending and waits for the background writer; false when the file
-    // reports an error.
-    bool Finish()
-    {
-        if (used_ % NormalBatch != 0)
-            _FinishNormals(used_ % NormalBatch);
-        const bool handed = used_ == 0 || _HandOver();
-        _StopWriter();
-        return handed && !failed_ && file_.GetStatus() == 0;
-    }
-
-private:
-    static constexpr size_t SlotBytes = FacetsPerBlock * MStlFileTriangle::BINARY_SIZE;
-    // Three slots: one being written, one full and waiting, one being encoded.
-    static constexpr size_t RingSlots = 3;
-
-    unsigned char* _Slot(size_t block)
-    {
-        return bytes_.get() + (writer_.joinable() ? block % RingSlots : 0) * SlotBytes;
-    }
-
-    // The unit normals of the last pending records, narrowed to float: the same operations as
-    // MStlTriangle::GetNormal (the zero vector for a triangle without area).
-    void _FinishNormals(size_t pending)
-    {
-        unsigned char* record = Next() - pending * MStlFileTriangle::BINARY_SIZE;
-        for (size_t i = 0; i < pending; ++i, record += MStlFileTriangle::BINARY_SIZE)
-        {
-            const double* n = normals_[i];
-            const double length = std::sqrt(n[0] * n[0] + n[1] * n[1] + n[2] * n[2]);
-            float unit[3] = {0.0f, 0.0f, 0.0f};
-            if (length != 0.0)
-            {
-                unit[0] = static_cast<float>(n[0] / length);
-                unit[1] = static_cast<float>(n[1] / length);
-                unit[2] = static_cast<float>(n[2] / length);
-            }
-            Detail::StoreF32(record, unit[0]);
-            Detail::StoreF32(record + 4, unit[1]);
-            Detail::StoreF32(record + 8, unit[2]);
-        }
-    }
-
-    // The block being encoded is complete: written now, or queued for the writer thread once a
-    // slot is free for the next one.
-    bool _HandOver()
-    {
-        const size_t records = used_;
-        used_ = 0;
-        if (!writer_.joinable())
-        {
-            if (!_WriteBlock(bytes_.get(), records))
-                failed_ = true;
-            return !failed_;
-        }
-        std::unique_lock<std::mutex> lock(mutex_);
-        records_[filled_ % RingSlots] = records;
-        ++filled_;
-        changed_.notify_all();
-        changed_.wait(lock, [this] { return failed_ || filled_ - written_ < RingSlots; });
-        return !failed_;
-    }
-
-    bool _WriteBlock(const unsigned char* bytes, size_t records)
-    {
-        const bool ok = file_.WRITE(bytes, records * MStlFileTriangle::BINARY_SIZE) && file_.GetStatus() == 0;
-        if (ok)
-            count_ += static_cast<uint32_t>(records);
-        return ok;
-    }
-
-    // The writer thread: writes queued blocks in order until told to stop with none left, or
-    // until a write fails.
-    void _WriteInBackground()
-    {
-        std::unique_lock<std::mutex> lock(mutex_);
-        for (;;)
-        {
-            changed_.wait(lock, [this] { return stop_ || written_ < filled_; });
-            if (written_ == filled_)
-                return;
-            const size_t slot = written_ % RingSlots;
-            const size_t records = records_[slot];
-            lock.unlock();
-            const bool ok = _WriteBlock(bytes_.get() + slot * SlotBytes, records);
-            lock.lock();
-            ++written_;
-            if (!ok)
-                failed_ = true;
-            changed_.notify_all();
-            if (!ok)
-                return;
-        }
-    }
-
-    void _StopWriter()
-    {
-        if (!writer_.joinable())
-            return;
-        {
-            std::lock_guard<std::mutex> lock(mutex_);
-            stop_ = true;
-        }
-        changed_.notify_all();
-        writer_.join();
-    }
-
-    MFile& file_;
-    uint32_t& count_;
-    std::unique_ptr<unsigned char[]> bytes_;
-    size_t used_ = 0;
-    double normals_[NormalBatch][3] = {};
-    std::thread writer_;
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    // Blocks handed over and blocks written so far; slot i of the ring holds block i % RingSlots.
-    size_t filled_ = 0;
-    size_t written_ = 0;
-    size_t records_[RingSlots] = {};
-    bool stop_ = false;
-    bool failed_ = false;
-};
 
 // The corners and attribute word of a binary record (bytes 12 to 49; the normal is the block's)
 // of a triangle of the Standard kind without a write transformation, narrowed exactly as
@@ -274,6 +113,285 @@ inline void PrefetchTriangle(const MStlTriangle* triangle)
     (void)triangle;
 #endif
 }
+
+// What every binary record of one export shares.
+struct FacetEncoding
+{
+    double scale;
+    bool withColors;
+    // A triangle without a colour of its own shows the mesh colour; it is written explicitly
+    // unless it is what the header colour already says.
+    uint32_t headerColor;
+    uint32_t meshColor;
+};
+
+// Cross products of the edges of a batch of records, component by component.
+struct NormalBatchBuffer
+{
+    alignas(16) double x[NormalBatch];
+    alignas(16) double y[NormalBatch];
+    alignas(16) double z[NormalBatch];
+};
+
+// The unit normals of count records starting at records, from the cross products of their edges,
+// narrowed to float: the same operations as MStlTriangle::GetNormal (the zero vector for a
+// triangle without area). Done a batch at a time, the independent square roots and divisions
+// overlap in the processor (two at a time in SSE2 registers), where facet by facet each waited
+// for its own. SSE2 rounds every operation as the scalar code does, so the bytes are the same.
+void FinishNormals(unsigned char* records, NormalBatchBuffer& n, size_t count)
+{
+    alignas(16) float unit[3][NormalBatch];
+    size_t i = 0;
+#if defined(__SSE2__) || defined(_M_X64)
+    const __m128d zero = _mm_setzero_pd();
+    const __m128d one = _mm_set1_pd(1.0);
+    for (; i + 2 <= count; i += 2)
+    {
+        const __m128d x = _mm_load_pd(n.x + i), y = _mm_load_pd(n.y + i), z = _mm_load_pd(n.z + i);
+        const __m128d length =
+            _mm_sqrt_pd(_mm_add_pd(_mm_add_pd(_mm_mul_pd(x, x), _mm_mul_pd(y, y)), _mm_mul_pd(z, z)));
+        // Lanes of zero length divide by one and are cleared to +0 afterwards.
+        const __m128d area = _mm_cmpneq_pd(length, zero);
+        const __m128d divisor = _mm_or_pd(_mm_and_pd(area, length), _mm_andnot_pd(area, one));
+        const __m128 ux = _mm_cvtpd_ps(_mm_and_pd(area, _mm_div_pd(x, divisor)));
+        const __m128 uy = _mm_cvtpd_ps(_mm_and_pd(area, _mm_div_pd(y, divisor)));
+        const __m128 uz = _mm_cvtpd_ps(_mm_and_pd(area, _mm_div_pd(z, divisor)));
+        _mm_storel_pi(reinterpret_cast<__m64*>(unit[0] + i), ux);
+        _mm_storel_pi(reinterpret_cast<__m64*>(unit[1] + i), uy);
+        _mm_storel_pi(reinterpret_cast<__m64*>(unit[2] + i), uz);
+    }
+#endif
+    for (; i < count; ++i)
+    {
+        const double length = std::sqrt(n.x[i] * n.x[i] + n.y[i] * n.y[i] + n.z[i] * n.z[i]);
+        const bool area = length != 0.0;
+        unit[0][i] = area ? static_cast<float>(n.x[i] / length) : 0.0f;
+        unit[1][i] = area ? static_cast<float>(n.y[i] / length) : 0.0f;
+        unit[2][i] = area ? static_cast<float>(n.z[i] / length) : 0.0f;
+    }
+    for (i = 0; i < count; ++i, records += MStlFileTriangle::BINARY_SIZE)
+    {
+        Detail::StoreF32(records, unit[0][i]);
+        Detail::StoreF32(records + 4, unit[1][i]);
+        Detail::StoreF32(records + 8, unit[2][i]);
+    }
+}
+
+// Encodes count triangles into consecutive records at out, leaving out the collapsed ones;
+// returns the number of records.
+size_t EncodeChunk(const MStlTriangle* const* triangles, size_t count, const FacetEncoding& encoding,
+                   unsigned char* out)
+{
+    NormalBatchBuffer normals;
+    size_t pending = 0;
+    size_t records = 0;
+    for (size_t t = 0; t < PrefetchDistance && t < count; ++t)
+        PrefetchCorners(*triangles[t]);
+    for (size_t t = 0; t < count; ++t)
+    {
+        // The triangle record itself is fetched twice as far ahead, so that reading its corner
+        // pointers for the prefetch does not wait.
+        if (t + 2 * PrefetchDistance < count)
+            PrefetchTriangle(triangles[t + 2 * PrefetchDistance]);
+        if (t + PrefetchDistance < count)
+            PrefetchCorners(*triangles[t + PrefetchDistance]);
+        const MStlTriangle& triangle = *triangles[t];
+        const MStlPoint& p0 = *triangle.GetPoint0();
+        const MStlPoint& p1 = *triangle.GetPoint1();
+        const MStlPoint& p2 = *triangle.GetPoint2();
+        if (SamePosition(p0, p1) || SamePosition(p1, p2) || SamePosition(p0, p2))
+            continue;
+        uint16_t attribute = 0;
+        if (encoding.withColors)
+        {
+            MStlColor color = triangle.GetColor();
+            if (!color.IsDefined() && encoding.meshColor != encoding.headerColor)
+                color.SetRGB(encoding.meshColor);
+            attribute = MStlColor::ConvertTo16BitValue(color);
+        }
+        double n[3];
+        EncodeCorners(p0, p1, p2, encoding.scale, attribute, out + records * MStlFileTriangle::BINARY_SIZE,
+                      n);
+        normals.x[pending] = n[0];
+        normals.y[pending] = n[1];
+        normals.z[pending] = n[2];
+        ++records;
+        if (++pending == NormalBatch)
+        {
+            FinishNormals(out + (records - pending) * MStlFileTriangle::BINARY_SIZE, normals, pending);
+            pending = 0;
+        }
+    }
+    FinishNormals(out + (records - pending) * MStlFileTriangle::BINARY_SIZE, normals, pending);
+    return records;
+}
+
+// The binary records of an export, collected chunk by chunk into slots. A full slot has its
+// chunks encoded side by side (on the cores TBB has), and is then written in chunk order.
+//
+// With a background writer, a thread of its own writes full slots while the caller fills the
+// next ones in a small ring, so the copy into the page cache no longer adds to the encoding
+// time. Only that thread touches the file until Finish (or the destructor, when an exception
+// leaves the caller) has joined it. count grows by the records of every chunk written.
+class BinaryFacetSlots
+{
+public:
+    BinaryFacetSlots(MFile& file, uint32_t& count, const FacetEncoding& encoding, bool background)
+        : file_(file), count_(count), encoding_(encoding), background_(background),
+          bytes_(new unsigned char[(background ? RingSlots : 1) * SlotBytes])
+    {
+        if (background)
+        {
+            try
+            {
+                writer_ = std::thread([this] { _WriteInBackground(); });
+            }
+            catch (const std::system_error&)
+            {
+                // No thread to be had: every slot is written in line, from the first place.
+                background_ = false;
+            }
+        }
+    }
+    ~BinaryFacetSlots() { _StopWriter(); }
+    BinaryFacetSlots(const BinaryFacetSlots&) = delete;
+    BinaryFacetSlots& operator=(const BinaryFacetSlots&) = delete;
+
+    // Queues up to ChunkFacets triangles; false once a write failed.
+    bool Add(const MStlTriangle* const* triangles, size_t count)
+    {
+        Slot& slot = slots_[_Place(filled_)];
+        slot.triangles[slot.chunks] = triangles;
+        slot.counts[slot.chunks] = count;
+        return ++slot.chunks < ChunksPerSlot || _Complete();
+    }
+    // Encodes and writes what is queued and waits for the background writer; false when the file
+    // reports an error.
+    bool Finish()
+    {
+        const bool completed = slots_[_Place(filled_)].chunks == 0 || _Complete();
+        _StopWriter();
+        return completed && !failed_ && file_.GetStatus() == 0;
+    }
+
+private:
+    static constexpr size_t ChunkBytes = ChunkFacets * MStlFileTriangle::BINARY_SIZE;
+    static constexpr size_t SlotBytes = ChunksPerSlot * ChunkBytes;
+    // Three slots: one being written, one full and waiting, one being filled.
+    static constexpr size_t RingSlots = 3;
+
+    struct Slot
+    {
+        size_t chunks = 0;
+        const MStlTriangle* const* triangles[ChunksPerSlot] = {};
+        size_t counts[ChunksPerSlot] = {};
+        size_t records[ChunksPerSlot] = {};
+        // Records of all chunks, in one run from the start of the slot.
+        size_t total = 0;
+    };
+
+    size_t _Place(size_t slot) const { return background_ ? slot % RingSlots : 0; }
+    unsigned char* _Chunk(size_t place, size_t chunk)
+    {
+        return bytes_.get() + place * SlotBytes + chunk * ChunkBytes;
+    }
+
+    // The slot being filled is complete: encoded, then written now or queued for the writer
+    // thread once a place is free for the next one.
+    bool _Complete()
+    {
+        const size_t place = _Place(filled_);
+        Slot& slot = slots_[place];
+        const auto encode = [&](size_t c)
+        { slot.records[c] = EncodeChunk(slot.triangles[c], slot.counts[c], encoding_, _Chunk(place, c)); };
+        if (slot.chunks > 1)
+            tbb::parallel_for(size_t(0), slot.chunks, encode);
+        else
+            for (size_t c = 0; c < slot.chunks; ++c)
+                encode(c);
+        // A chunk with collapsed triangles left a gap before the next: the records are moved up
+        // to one run, so that the slot goes to the file in one write.
+        slot.total = 0;
+        for (size_t c = 0; c < slot.chunks; ++c)
+        {
+            unsigned char* run = _Chunk(place, 0) + slot.total * MStlFileTriangle::BINARY_SIZE;
+            if (run != _Chunk(place, c))
+                std::memmove(run, _Chunk(place, c), slot.records[c] * MStlFileTriangle::BINARY_SIZE);
+            slot.total += slot.records[c];
+        }
+        if (!background_)
+        {
+            failed_ = failed_ || !_WriteSlot(place);
+            slot.chunks = 0;
+            return !failed_;
+        }
+        std::unique_lock<std::mutex> lock(mutex_);
+        ++filled_;
+        changed_.notify_all();
+        changed_.wait(lock, [this] { return failed_ || filled_ - written_ < RingSlots; });
+        return !failed_;
+    }
+
+    bool _WriteSlot(size_t place)
+    {
+        const size_t records = slots_[place].total;
+        if (!file_.WRITE(_Chunk(place, 0), records * MStlFileTriangle::BINARY_SIZE) || file_.GetStatus() != 0)
+            return false;
+        count_ += static_cast<uint32_t>(records);
+        return true;
+    }
+
+    // The writer thread: writes queued slots in order until told to stop with none left, or
+    // until a write fails.
+    void _WriteInBackground()
+    {
+        std::unique_lock<std::mutex> lock(mutex_);
+        for (;;)
+        {
+            changed_.wait(lock, [this] { return stop_ || written_ < filled_; });
+            if (written_ == filled_)
+                return;
+            const size_t place = _Place(written_);
+            lock.unlock();
+            const bool ok = _WriteSlot(place);
+            slots_[place].chunks = 0;
+            lock.lock();
+            ++written_;
+            if (!ok)
+                failed_ = true;
+            changed_.notify_all();
+            if (!ok)
+                return;
+        }
+    }
+
+    void _StopWriter()
+    {
+        if (!writer_.joinable())
+            return;
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            stop_ = true;
+        }
+        changed_.notify_all();
+        writer_.join();
+    }
+
+    MFile& file_;
+    uint32_t& count_;
+    const FacetEncoding encoding_;
+    bool background_;
+    std::unique_ptr<unsigned char[]> bytes_;
+    Slot slots_[RingSlots];
+    std::thread writer_;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    // Slots completed and slots written so far; slot i lies at place _Place(i).
+    size_t filled_ = 0;
+    size_t written_ = 0;
+    bool stop_ = false;
+    bool failed_ = false;
+};
 } // namespace
 
 MStlFileWriter::MStlFileWriter(const MStlWriteOptions& options) : options_(options) {}
@@ -438,54 +556,28 @@ bool MStlFileWriter::_WriteStandard(const std::shared_ptr<KelSDK::Common::IProgr
 }
 
 // Binary file without a write transformation: the triangles of every surface, in surface order,
-// encoded block by block. Collapsed triangles count as progress but are not written.
+// encoded chunk by chunk. Collapsed triangles count as progress but are not written.
 bool MStlFileWriter::_WriteBinaryBlocks(KelSDK::Common::IncrementalProgressReporter& reporter)
 {
-    // Below a few blocks the file is written before a thread would have started.
-    BinaryFacetBlocks block(*file_, facetCount_, mesh_->NumberOfTriangles() > 4 * FacetsPerBlock);
-    const double scale = options_.scale;
-    const bool withColors = options_.withColors;
-    // A triangle without a colour of its own shows the mesh colour; it is written explicitly
-    // unless it is what the header colour already says.
-    const uint32_t headerColor = material_ != nullptr ? (material_->GetRGB() & 0xFFFFFFu) : 0u;
-    const uint32_t meshColor = mesh_->GetRGB();
+    const FacetEncoding encoding = {options_.scale, options_.withColors,
+                                    material_ != nullptr ? (material_->GetRGB() & 0xFFFFFFu) : 0u,
+                                    mesh_->GetRGB()};
+    // Below two slots the file is written before threads would have started.
+    BinaryFacetSlots slots(*file_, facetCount_, encoding,
+                           mesh_->NumberOfTriangles() > 2 * ChunksPerSlot * ChunkFacets);
     MStlIteratorFeatureSurfaceConst it(*mesh_);
     for (it.Begin(); !it.End(); ++it)
     {
         const std::vector<MStlTriangle*>& triangles = (*it).Triangles();
-        const size_t count = triangles.size();
-        for (size_t t = 0; t < PrefetchDistance && t < count; ++t)
-            PrefetchCorners(*triangles[t]);
-        for (size_t t = 0; t < count; ++t)
+        for (size_t first = 0; first < triangles.size(); first += ChunkFacets)
         {
-            // The triangle record itself is fetched twice as far ahead, so that reading its corner
-            // pointers for the prefetch does not wait.
-            if (t + 2 * PrefetchDistance < count)
-                PrefetchTriangle(triangles[t + 2 * PrefetchDistance]);
-            if (t + PrefetchDistance < count)
-                PrefetchCorners(*triangles[t + PrefetchDistance]);
-            ++reporter;
-            const MStlTriangle& triangle = *triangles[t];
-            const MStlPoint& p0 = *triangle.GetPoint0();
-            const MStlPoint& p1 = *triangle.GetPoint1();
-            const MStlPoint& p2 = *triangle.GetPoint2();
-            if (SamePosition(p0, p1) || SamePosition(p1, p2) || SamePosition(p0, p2))
-                continue;
-            uint16_t attribute = 0;
-            if (withColors)
-            {
-                MStlColor color = triangle.GetColor();
-                if (!color.IsDefined() && meshColor != headerColor)
-                    color.SetRGB(meshColor);
-                attribute = MStlColor::ConvertTo16BitValue(color);
-            }
-            double n[3];
-            EncodeCorners(p0, p1, p2, scale, attribute, block.Next(), n);
-            if (!block.Commit(n))
+            const size_t count = std::min(ChunkFacets, triangles.size() - first);
+            if (!slots.Add(triangles.data() + first, count))
                 return false;
+            reporter += count;
         }
     }
-    return block.Finish();
+    return slots.Finish();
 }
 
 // facet is a scratch record reused for every triangle; every field is set here.
