@@ -1,10 +1,18 @@
-// The writer: exact files of every storage kind and what reading them back gives, transformations, states.
+// The writer: exact files of every storage kind and what reading them back gives, transformations, states,
+// the parallel binary encoding and failed exports.
 #include "StlBuildTestSupport.h"
 
+#include <KelSDK/Common/Progress.h>
 #include <KelSDK/Math/Transform.h>
 #include <KelSDK/Triangles/IO/MStlFileWriter.h>
 
+#include <memory>
 #include <tuple>
+
+#if !defined(_WIN32)
+#include <csignal>
+#include <sys/resource.h>
+#endif
 
 using namespace StlBuildTest;
 using KelSDK::Math::MMTransformMatrix;
@@ -27,6 +35,30 @@ std::vector<std::pair<std::array<int, 9>, MStlColor>> View(const MStlBase& mesh)
     }
     h.Close();
     return list;
+}
+
+// The binary records of the mesh, facet by facet: MStlFileTriangle's encoding of GetNormal() and
+// the scaled corners, collapsed triangles left out, the mesh colour owed where it differs from the header's.
+std::string Records(const MStlBase& mesh, double scale, bool withColours)
+{
+    std::string records;
+    MStlIteratorFeatureSurfaceConst it(mesh);
+    for (it.Begin(); !it.End(); ++it)
+        for (const MStlTriangle* t : (*it).Triangles())
+        {
+            const auto c = Corners(*t);
+            const auto n = t->GetNormal();
+            auto scaled = [&](int k) { return Corner{c[k][0] * scale, c[k][1] * scale, c[k][2] * scale}; };
+            MStlColor colour = t->GetColor();
+            if (!colour.IsDefined() && mesh.GetRGB() != (mesh.GetMaterial().GetRGB() & 0xFFFFFFu))
+                colour.SetRGB(mesh.GetRGB());
+            unsigned char bytes[MStlFileTriangle::BINARY_SIZE];
+            Facet(scaled(0), scaled(1), scaled(2), withColours ? MStlColor::ConvertTo16BitValue(colour) : 0,
+                  {n[0], n[1], n[2]})
+                .EncodeBinary(bytes);
+            records += t->IsCollapsed() ? "" : std::string(bytes, bytes + 50);
+        }
+    return records;
 }
 
 // Two right triangles of 20 mm legs, the first coloured 0x123456 (10, 6, 2 in five bits), and a flat one.
@@ -166,19 +198,91 @@ TEST(MStlFileWriter, StatesFailuresAndRecordsOfExtremeCorners)
     writer.SetFileName(dir.File("missing/x.stl").wstring().c_str());
     EXPECT_FALSE(writer.WriteHeader(&mesh, &mesh.GetMaterial()) || writer.Close() || writer.OpenWrite() ||
                  writer.Write(nullptr) || std::filesystem::exists(dir.File("missing")));
-    // Each record is MStlFileTriangle's encoding of GetNormal() and the scaled corners.
     ASSERT_TRUE(
         MStlBaseFileUtilities::WriteStl(&mesh, path, MStlWriteOptions(3.7, true, false, false), nullptr));
-    std::string expected = "\x46\0\0\0"s;
-    for (const MStlTriangle& t : mesh.Triangles())
-    {
-        const auto c = Corners(t);
-        const auto n = t.GetNormal();
-        auto scaled = [&c](int k) { return Corner{c[k][0] * 3.7, c[k][1] * 3.7, c[k][2] * 3.7}; };
-        unsigned char bytes[MStlFileTriangle::BINARY_SIZE];
-        Facet(scaled(0), scaled(1), scaled(2), 0, {n[0], n[1], n[2]}).EncodeBinary(bytes);
-        expected += t.IsCollapsed() ? "" : std::string(bytes, bytes + 50);
-    }
+    const std::string expected = "\x46\0\0\0"s + Records(mesh, 3.7, false);
     EXPECT_EQ(ReadBytes(path).substr(80), expected);
+}
+
+// 120000 facets of a grid over two surfaces, every fifth coloured, with two collapsed ones: large
+// enough for chunks encoded side by side and slots written by the background thread.
+void BuildGrid(MStlBase& mesh)
+{
+    std::vector<std::array<int, 3>> points;
+    for (int y = 0; y <= 150; ++y)
+        for (int x = 0; x <= 400; ++x)
+            points.push_back({x * 1000, y * 1000, (x * y) % 7 * 100});
+    std::vector<std::array<unsigned, 3>> faces = {{7, 7, 8}};
+    for (unsigned a = 0; a + 402 < points.size(); ++a)
+        if (a % 401 != 400)
+            faces.insert(faces.end(), {{a, a + 1, a + 402}, {a, a + 402, a + 401}});
+    faces.insert(faces.begin() + 90001, {9, 10, 10});
+    std::vector<uint32_t> colours(faces.size());
+    for (size_t t = 0; t < colours.size(); t += 5)
+        colours[t] = static_cast<uint32_t>(t * 2654435761u) | 1u;
+    BuildHybrid(mesh, eStlStandard, points, faces, colours, 70001);
+    mesh.SetRGB(0x00FF00u);
+}
+
+TEST(MStlFileWriter, ParallelEncodingGivesTheFacetByFacetBytes)
+{
+    TempDir dir;
+    MStlBase mesh;
+    BuildGrid(mesh);
+    for (const bool colours : {false, true})
+    {
+        ASSERT_TRUE(MStlBaseFileUtilities::WriteStl(&mesh, dir.File("g.stl").wstring(),
+                                                    MStlWriteOptions(1e-3, true, colours, false), nullptr));
+        const std::string bytes = ReadBytes(dir.File("g.stl")), expected = Records(mesh, 1e-3, colours);
+        ASSERT_TRUE(expected.size() == 50u * 120000u && bytes.size() == 84u + expected.size());
+        EXPECT_EQ(bytes.substr(80, 4), "\xC0\xD4\x01\x00"s);
+        size_t differing = 0;
+        for (size_t at = 0; at < expected.size(); at += 50)
+            differing += bytes.compare(84 + at, 50, expected, at, 50) != 0;
+        EXPECT_EQ(differing, 0u) << colours;
+    }
+}
+
+// An export that fails half-way, by an exception from the progress delegate or (where a file size
+// limit can stand in for a full disk) by the disk, leaves the old file and nothing beside it.
+TEST(MStlFileWriter, AFailedExportKeepsTheOldFile)
+{
+    struct Cancel : KelSDK::Common::IProgressDelegate
+    {
+        void SetProgress(double fraction) override
+        {
+            if (fraction > 0.5)
+                throw std::runtime_error("cancelled");
+        }
+    };
+    TempDir dir;
+    MStlBase mesh;
+    BuildGrid(mesh);
+    const std::wstring path = dir.File("model.stl").wstring();
+    std::ofstream(dir.File("model.stl")) << "yesterday";
+    auto keptOldFile = [&]
+    {
+        return ReadBytes(dir.File("model.stl")) == "yesterday" &&
+               std::distance(std::filesystem::directory_iterator(dir.path), {}) == 1;
+    };
+    const MStlWriteOptions options(1e-3, true, false, false);
+    EXPECT_THROW(MStlBaseFileUtilities::WriteStl(&mesh, path, options, std::make_shared<Cancel>()),
+                 std::runtime_error);
+    EXPECT_TRUE(keptOldFile());
+#if !defined(_WIN32)
+    struct rlimit previous;
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &previous), 0);
+    if (previous.rlim_max != RLIM_INFINITY && previous.rlim_max < 3000000)
+        GTEST_SKIP() << "file size limit already below the test's";
+    const auto previousHandler = std::signal(SIGXFSZ, SIG_IGN);
+    struct rlimit limited = previous;
+    limited.rlim_cur = 3000000; // the first slots are written, a later one fails (EFBIG)
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limited), 0);
+    const bool written = MStlBaseFileUtilities::WriteStl(&mesh, path, options, nullptr);
+    setrlimit(RLIMIT_FSIZE, &previous);
+    std::signal(SIGXFSZ, previousHandler);
+    EXPECT_FALSE(written);
+    EXPECT_TRUE(keptOldFile());
+#endif
 }
 } // namespace

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <chrono>
 #include <cmath>
 #include <cstdint>
 #include <filesystem>
@@ -80,12 +81,14 @@ inline std::wstring Surfaces(const MStlBase& mesh)
     return names;
 }
 
-// A directory of its own for one test, removed with everything in it afterwards.
+// A directory of its own for one run of one test, removed with everything in it afterwards.
 struct TempDir
 {
     const ::testing::TestInfo* test = ::testing::UnitTest::GetInstance()->current_test_info();
     const std::filesystem::path path =
-        std::filesystem::temp_directory_path() / ("kel_stl_"s + test->test_suite_name() + "_" + test->name());
+        std::filesystem::temp_directory_path() /
+        ("kel_stl_"s + test->test_suite_name() + "_" + test->name() + "_" +
+         std::to_string(std::chrono::steady_clock::now().time_since_epoch().count()));
     std::error_code ignored;
     TempDir() { std::filesystem::create_directories(path); }
     ~TempDir() { std::filesystem::remove_all(path, ignored); }
