@@ -71,7 +71,8 @@ public:
     // or the file reports an error.
     bool WriteHeader(const KelSDK::Triangles::Data::MStlBase* mesh,
                      const KelSDK::Triangles::Data::MStlMaterial* material);
-    // Opens and writes the header when not done yet, then every facet; false on any failure.
+    // Opens and writes the header when not done yet, then every facet; false on any failure. Large
+    // binary exports encode on TBB's threads and write from one more; progress stays on the caller's.
     bool Write(std::shared_ptr<KelSDK::Common::IProgressDelegate> progress);
     // Patches a binary file's facet count and closes the file; false when nothing was open or the
     // file reports an error (the previous file then stays in place).
