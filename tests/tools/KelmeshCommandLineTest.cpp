@@ -3,84 +3,64 @@
 
 #include <gtest/gtest.h>
 
+#include <iterator>
+#include <sstream>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
-using Kelmesh::Command;
-using Kelmesh::CommandLine;
-using Kelmesh::Flavour;
-using Kelmesh::Kind;
-using Kelmesh::ParseCommandLine;
+using namespace Kelmesh;
 
 namespace
 {
-TEST(KelmeshCommandLine, InfoTakesOneFile)
+// The arguments of a command line written with spaces.
+std::vector<std::string> Split(const std::string& text)
 {
-    const CommandLine line = ParseCommandLine({"info", "part.stl"});
-    EXPECT_TRUE(line.error.empty());
-    EXPECT_EQ(line.command, Command::Info);
-    EXPECT_EQ(line.input, "part.stl");
-    EXPECT_FALSE(ParseCommandLine({"info"}).error.empty());
-    EXPECT_FALSE(ParseCommandLine({"info", "a.stl", "b.stl"}).error.empty());
-    EXPECT_FALSE(ParseCommandLine({"info", "a.stl", "--ascii"}).error.empty());
+    std::istringstream words(text);
+    return {std::istream_iterator<std::string>(words), std::istream_iterator<std::string>()};
 }
 
-TEST(KelmeshCommandLine, ConvertWithEveryOption)
+auto Fields(const CommandLine& l)
 {
-    const CommandLine line = ParseCommandLine(
-        {"convert", "--colors", "in.stl", "--ascii", "out.stl", "--solid-per-surface", "--scale", "25.4"});
-    ASSERT_TRUE(line.error.empty()) << line.error;
-    EXPECT_EQ(line.command, Command::Convert);
-    EXPECT_EQ(line.input, "in.stl");
-    EXPECT_EQ(line.output, "out.stl");
-    EXPECT_EQ(line.flavour, Flavour::Ascii);
-    EXPECT_TRUE(line.colors);
-    EXPECT_TRUE(line.solidPerSurface);
-    EXPECT_DOUBLE_EQ(line.scale, 25.4);
-
-    const CommandLine plain = ParseCommandLine({"convert", "in.stl", "out.stl"});
-    EXPECT_EQ(plain.flavour, Flavour::Same);
-    EXPECT_FALSE(plain.colors);
-    EXPECT_EQ(plain.scale, 1.0);
-    EXPECT_EQ(ParseCommandLine({"convert", "a", "b", "--scale=0.5"}).scale, 0.5);
-    EXPECT_EQ(ParseCommandLine({"convert", "a", "b", "--binary", "--binary"}).flavour, Flavour::Binary);
+    return std::tie(l.command, l.input, l.output, l.flavour, l.colors, l.solidPerSurface, l.scale, l.quiet,
+                    l.kind, l.error);
 }
 
-TEST(KelmeshCommandLine, KindChoosesTheStorage)
+TEST(KelmeshCommandLine, ValidArgumentsSetEveryField)
 {
-    EXPECT_EQ(ParseCommandLine({"info", "a.stl"}).kind, Kind::Default);
-    EXPECT_EQ(ParseCommandLine({"info", "a.stl", "--kind", "standard"}).kind, Kind::Standard);
-    EXPECT_EQ(ParseCommandLine({"convert", "a", "b", "--kind=compact"}).kind, Kind::Compact);
-    EXPECT_EQ(ParseCommandLine({"convert", "--kind", "OnDisk", "a", "b"}).kind, Kind::OnDisk);
-    const CommandLine last = ParseCommandLine({"info", "--kind", "ondisk", "a.kstl", "--kind", "compact"});
-    EXPECT_TRUE(last.error.empty()) << last.error;
-    EXPECT_EQ(last.kind, Kind::Compact);
-    // The value is taken as the kind even when it looks like a file name, so nothing is left over.
-    EXPECT_FALSE(ParseCommandLine({"info", "--kind", "a.stl"}).error.empty());
-    EXPECT_FALSE(ParseCommandLine({"info", "a.stl", "--kind"}).error.empty());
-    EXPECT_FALSE(ParseCommandLine({"info", "a.stl", "--kind="}).error.empty());
-    EXPECT_FALSE(ParseCommandLine({"info", "a.stl", "--kind", "disk"}).error.empty());
+    // A lone "-" is a file name; the last --kind wins.
+    const std::pair<const char*, CommandLine> rows[] = {
+        {"", {}},
+        {"info -", {Command::Info, "-", "", Flavour::Same, false, false, 1, false, Kind::Default, ""}},
+        {"info a.stl --kind standard",
+         {Command::Info, "a.stl", "", Flavour::Same, false, false, 1, false, Kind::Standard, ""}},
+        {"info --kind ondisk a --kind compact",
+         {Command::Info, "a", "", Flavour::Same, false, false, 1, false, Kind::Compact, ""}},
+        {"convert in.stl out.stl",
+         {Command::Convert, "in.stl", "out.stl", Flavour::Same, false, false, 1, false, Kind::Default, ""}},
+        {"convert a b --scale=0.5 --kind=compact -q",
+         {Command::Convert, "a", "b", Flavour::Same, false, false, 0.5, true, Kind::Compact, ""}},
+        {"convert --kind OnDisk a b --binary --binary",
+         {Command::Convert, "a", "b", Flavour::Binary, false, false, 1, false, Kind::OnDisk, ""}},
+        {"convert --colors a --ascii b --solid-per-surface --scale 25.4",
+         {Command::Convert, "a", "b", Flavour::Ascii, true, true, 25.4, false, Kind::Default, ""}}};
+    for (const auto& [args, expected] : rows)
+    {
+        SCOPED_TRACE(args);
+        const CommandLine line = ParseCommandLine(Split(args));
+        EXPECT_EQ(Fields(line), Fields(expected));
+    }
 }
 
 TEST(KelmeshCommandLine, RefusesWhatItCannotDo)
 {
-    const std::vector<std::vector<std::string>> bad = {
-        {"convert", "in.stl"},
-        {"convert", "a", "b", "c"},
-        {"convert", "a", "b", "--ascii", "--binary"},
-        {"convert", "a", "b", "--scale"},
-        {"convert", "a", "b", "--scale", "0"},
-        {"convert", "a", "b", "--scale", "inf"},
-        {"convert", "a", "b", "--scale", "2x"},
-        {"convert", "a", "b", "--scale", ""},
-        {"convert", "a", "b", "--fast"},
-        {"show", "a"},
-    };
-    for (const auto& args : bad)
-        EXPECT_FALSE(ParseCommandLine(args).error.empty()) << args.back();
-    // A lone "-" is a file name, and no arguments at all ask for the usage text.
-    EXPECT_EQ(ParseCommandLine({"info", "-"}).input, "-");
-    EXPECT_EQ(ParseCommandLine({}).command, Command::Help);
-    EXPECT_TRUE(ParseCommandLine({"--help"}).error.empty());
+    // A --kind value is taken as the kind even when it looks like a file name.
+    for (const char* bad : {"show a", "info", "info a.stl b.stl", "info a.stl --ascii", "info --kind a.stl",
+                            "info a.stl --kind", "info a.stl --kind=", "info a.stl --kind disk",
+                            "convert in.stl", "convert a b c", "convert a b --ascii --binary",
+                            "convert a b --fast", "convert a b --scale", "convert a b --scale 0",
+                            "convert a b --scale inf", "convert a b --scale 2x", "convert a b --scale="})
+        EXPECT_FALSE(ParseCommandLine(Split(bad)).error.empty()) << bad;
 }
 } // namespace
