@@ -1,3 +1,4 @@
+// Meshes built from facet lists: the neighbour limit, every storage kind, overflow, and the point merge.
 #include "StlBuildTestSupport.h"
 
 #include <KelSDK/Triangles/IO/MStlFileReaderTarget.h>
@@ -11,23 +12,9 @@ using namespace StlBuildTest;
 namespace
 {
 const MStlReadTransformation Identity;
+using Triple = std::array<int, 3>;
 
-TEST(MStlFileReaderTarget, NeighbourLimitOfAPoint)
-{
-    // A fan of 65536 triangles around the origin, each with two rim points of its own.
-    Facets fan(1);
-    for (size_t i = 0; i < 65536; ++i)
-        fan[0].push_back(Facet({0, 0, 0}, {i + 1.0, 1, 0}, {i + 1.0, 2, 0}));
-    MStlBase refused, accepted;
-    EXPECT_THAT([&] { MStlFileReaderTarget().Convert(refused, fan, {"fan"}, Identity, false); },
-                ::testing::ThrowsMessage<std::runtime_error>(::testing::StrEq("too many neighbours")));
-    EXPECT_TRUE(refused.NumberOfPoints() == 0 && Surfaces(refused) == L"0 "); // left as it was
-    fan[0].pop_back();
-    MStlFileReaderTarget().Convert(accepted, fan, {"fan"}, Identity, false);
-    EXPECT_EQ(Surfaces(accepted), L"fan65535 ");
-}
-
-TEST(MStlFileReaderTarget, EveryKindEmptyInputOverflowCollapsedFacetsAndSurfaces)
+TEST(MStlFileReaderTarget, EveryKindOverflowCollapsedFacetsEmptySolidsAndTheNeighbourLimit)
 {
     // Corners off the grid overflow; the fifth facet collapses: Standard drops it, the stores keep it.
     const Facets facets = {{Facet({0, 0, 0}, {3e9, 0, 0}, {0, 1, 0}), Facet({0, 0, 0}, {0, 1, 0}, {-1, 0, 0}),
@@ -43,42 +30,50 @@ TEST(MStlFileReaderTarget, EveryKindEmptyInputOverflowCollapsedFacetsAndSurfaces
         ASSERT_TRUE(mesh.GetStlHybrid().SetState(kind) && empty.GetStlHybrid().SetState(kind));
         MStlFileReaderTarget target;
         target.Convert(mesh, facets, {"a", "b"}, Identity, true);
-        EXPECT_TRUE(target.IsOverflow());
-        EXPECT_EQ(mesh.GetStlHybrid().GetNumTriangles(), standard ? 5u : 6u);
+        EXPECT_TRUE(target.IsOverflow() && mesh.GetStlHybrid().GetNumTriangles() == (standard ? 5u : 6u));
         EXPECT_EQ(Surfaces(mesh), standard ? L"a4 b1 " : L";");
         EXPECT_TRUE(kind != eStlCompact ||
                     mesh.GetStlHybrid().GetTriangleSurface(5) == mesh.GetSurfaceList().GetSurface(0));
         // Solids without facets leave the mesh alone; each conversion starts with a clear flag.
         empty.GetMainSurface()->SetName(L"kept");
         target.Convert(empty, Facets{{}, {}}, {"a", "b"}, Identity, true);
-        EXPECT_FALSE(target.IsError() || target.IsOverflow());
-        EXPECT_EQ(empty.GetStlHybrid().GetNumTriangles(), 0u);
+        EXPECT_FALSE(target.IsError() || target.IsOverflow() || empty.GetStlHybrid().GetNumTriangles() != 0u);
         EXPECT_EQ(Surfaces(empty), standard ? L"kept0 " : L"kept;");
     }
+
+    Facets fan(1); // 65536 triangles around the origin, each with two rim points of its own
+    for (size_t i = 0; i < 65536; ++i)
+        fan[0].push_back(Facet({0, 0, 0}, {i + 1.0, 1, 0}, {i + 1.0, 2, 0}));
+    MStlBase refused, accepted;
+    EXPECT_THAT([&] { MStlFileReaderTarget().Convert(refused, fan, {"fan"}, Identity, false); },
+                ::testing::ThrowsMessage<std::runtime_error>(::testing::StrEq("too many neighbours")));
+    EXPECT_TRUE(refused.NumberOfPoints() == 0 && Surfaces(refused) == L"0 "); // left as it was
+    fan[0].pop_back();
+    MStlFileReaderTarget().Convert(accepted, fan, {"fan"}, Identity, false);
+    EXPECT_EQ(Surfaces(accepted), L"fan65535 ");
 }
 
 // Random facets on a 9 x 9 x 9 lattice against a set-based merge: points in (z, x, y) order, facets kept.
 TEST(MStlFileReaderTarget, MergeMatchesAReference)
 {
     // Small spans (packed sort keys) with an offset, then spans too wide for 64-bit keys (wide records).
-    const std::tuple<double, size_t, MStlReadTransformation> rows[] = {
-        {1.0, 3, Identity},
-        {0.37, 1, MStlReadTransformation({-0.5, 2.25, 0}, 1000.0)},
-        {5.0e8, 2, Identity},
-        {2.5e8, 1, MStlReadTransformation({0, 0, 0}, 2.0)}};
+    const std::tuple<double, size_t, MStlReadTransformation> rows[] = {{1.0, 3, Identity},
+                                                                       {0.37, 1, {{-0.5, 2.25, 0}, 1000.0}},
+                                                                       {5.0e8, 2, Identity},
+                                                                       {2.5e8, 1, {{}, 2.0}}};
     std::mt19937 random(7);
     std::uniform_int_distribution<int> grid(-4, 4), word(0, 0xFFFF);
     for (const auto& [spread, count, transformation] : rows)
     {
         Facets solids(count);
-        std::set<std::array<int, 3>> distinct;
-        std::vector<std::array<int, 3>> points;
-        std::vector<std::pair<std::array<std::array<int, 3>, 3>, MStlColor>> kept, built;
+        std::set<Triple> distinct;
+        std::vector<Triple> points;
+        std::vector<std::pair<std::array<Triple, 3>, MStlColor>> kept, built;
         for (auto& solid : solids)
             for (int i = 0; i < 600; ++i)
             {
                 Corner corners[3];
-                std::array<std::array<int, 3>, 3> c;
+                std::array<Triple, 3> c;
                 for (int k = 0; k < 3; ++k)
                 {
                     corners[k] = {grid(random) * spread, grid(random) * spread, grid(random) * spread};
@@ -97,8 +92,8 @@ TEST(MStlFileReaderTarget, MergeMatchesAReference)
             points.push_back({p.GetZ(), p.GetX(), p.GetY()});
         for (const MStlTriangle& t : mesh.Triangles())
             built.push_back({Corners(t), t.GetColor()});
-        EXPECT_TRUE((points == std::vector<std::array<int, 3>>(distinct.begin(), distinct.end()))) << spread;
-        EXPECT_TRUE(built == kept) << spread;
+        EXPECT_TRUE((points == std::vector<Triple>(distinct.begin(), distinct.end()) && built == kept))
+            << spread;
     }
 }
 } // namespace
