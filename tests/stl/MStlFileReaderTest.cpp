@@ -171,6 +171,7 @@ TEST(MStlFileReaderAscii, SolidsNamesQuirksPipesAndBufferSeams)
     const std::string two = "solid a\n" + F(1) + F(2), longName(std::size_t(5) << 19, 'n');
     // clang-format off
     const std::tuple<int, Strings, Marks, std::string> rows[] = {
+        {none, {}, {}, ""},
         {none, {}, {}, "solids endsolid soli d facet normal 0 0 1 outer loop vertex 1 2 3 endloop endfacet"},
         {ok, {"first", "second"}, {{1, 2}, {3}},
          "solid first extra words\n" + F(1) + F(2) + "endsolid first\nsolid second\n" + F(3)},
@@ -236,7 +237,9 @@ TEST(MStlFileReaderBinary, CountsSizesBlocksAndStreamFailures)
         {R::Ok, 0, {""}, b(0, "")},
         {R::HeaderTruncated, 0, {}, b(0, "").substr(0, 82)}, // a cut count
         {R::SizeMismatch, 0, {}, b(2, Facets(0, 2) + '\0')}, // one byte over
+        {R::StreamTooShort, 0, {}, short10},
         {R::SizeMismatch, kFromSize, {}, short10},
+        {R::Ok, kFromSize | kTrailing, {Facets(0, 9)}, short10},
         {R::SizeMismatch, 0, {}, long10},
         {R::Ok, kTrailing, {Facets(0, 10)}, long10},
         {R::Ok, kFromSize, {Facets(0, 10)}, under},
@@ -293,7 +296,8 @@ TEST(MStlFileReaderBinaryHeader, Grammar)
         {coloured, false, false, color + ";FACES", ' '},
         {coloured, true, true, "solid part " + color + ";ISSUP;SOLID", ' '}, // free text before COLOR=
         {full, true, true, color + material + ";ISSUP;SOLID" + '\0', ' '},
-        {MStlMaterial(), true, false, ";ISSUP;FACES", ' '},  // flags without a colour
+        {MStlMaterial(), true, true, ";ISSUP", ' '}, // flags without a colour
+        {MStlMaterial(), true, false, ";ISSUP;FACES", ' '},
         {MStlMaterial(), false, true, "color=" + rgba, ' '}, // matching is case-sensitive
         // COLOR= at 44: ",MATERIAL=" at 54, the words fill bytes 64..79; at 45 they would need byte 80.
         {full, false, true, x44 + color + material, ' '},
@@ -304,6 +308,7 @@ TEST(MStlFileReaderBinaryHeader, Grammar)
         // Off-grammar text after the colour drops everything; the tail is one NUL or blank, then blanks.
         {MStlMaterial(), false, true, color + ";SOLIDx", ' '},
         {MStlMaterial(), false, true, color + ";SOLID", '\0'},
+        {MStlMaterial(), false, true, "", '\0'},
     };
     for (const auto& [expected, support, solid, bytes, fill] : rows)
     {
@@ -429,9 +434,11 @@ TEST(MStlFileReader, FailuresMeasuringMeshPropertiesTransformationSuggestedAndRo
     EXPECT_THAT([] { Reading(Ascii("1 2 x")); },
                 ::testing::ThrowsMessage<std::runtime_error>(::testing::StrEq("Can't convert double")));
 
-    // Without a target only the box is measured.
+    // Without a target only the box is measured; the transformation keeps its initial value.
     const Reading measured(Ascii("1 -2 3", "4 5 -6", "0 0 0"), {1, {100, 100, 100}, 1000.0}, true);
-    EXPECT_TRUE(measured.ok && measured.reader.GetBoundingBox().GetMin() == P3(0, -2, -6) &&
+    const MStlReadTransformation& initial = measured.reader.GetReadTransformation();
+    EXPECT_TRUE(measured.ok && initial.offset == P3() && initial.scale == 1.0 &&
+                measured.reader.GetBoundingBox().GetMin() == P3(0, -2, -6) &&
                 measured.reader.GetBoundingBox().GetMax() == P3(4, 5, 3));
     const std::string huge = Ascii("0 0 0", "3e9 0 0", "0 3e9 3e9");
     // A mesh that overflows is built all the same.
@@ -472,7 +479,9 @@ TEST(MStlFileReader, FailuresMeasuringMeshPropertiesTransformationSuggestedAndRo
     const P3 o;
     const double inf = std::numeric_limits<double>::infinity(), nan = std::nan("");
     const std::tuple<P3, P3, P3, double, P3, double> boxes[] = {
-        {o, P3(3e9, 3e9, 3e9), o, 1.0, P3(-1.5e9, -1.5e9, -1.5e9), 1.0}, // centred, and 1.5e9 fits
+        // 0 .. 3e9: centred, and 1.5e9 fits; with scale 1000 the scale is divided by ten three times.
+        {o, P3(3e9, 3e9, 3e9), o, 1.0, P3(-1.5e9, -1.5e9, -1.5e9), 1.0},
+        {o, P3(3e9, 3e9, 3e9), o, 1000.0, P3(-1.5e9, -1.5e9, -1.5e9), 1.0},
         // The bounds of the fit test: maximum 2147483646 and minimum -2147483647 (scale 1).
         {o, P3(2147483646.0, 0, 0), o, 1.0, o, 1.0},
         {o, P3(2147483646.5, 0, 0), o, 1.0, P3(-1073741823.25, 0, 0), 1.0},

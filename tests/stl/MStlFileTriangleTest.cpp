@@ -78,11 +78,16 @@ TEST(MStlFileTriangle, BinaryGoldenBytesReadBackValidityAndShortReads)
     EXPECT_FALSE(f.Read(in, true) || g.Read(file));
     EXPECT_TRUE(in.tellg() == std::streampos(50) && file.Tell() == 50 && Describe(g) == Describe(f));
     EXPECT_EQ(Describe(f), "0 0 1 / 1 2 3 / -1.5 0.25 inf / 0 0 0 / 32769");
-    // Validity looks at the nine corner coordinates only.
-    EXPECT_TRUE(Facet({}, {}, {}, 0, {NAN, 0, 0}).IsValid() && !Facet({}, {}, {0, 0, NAN}).IsValid());
+    // Validity looks at the nine corner coordinates only: a NaN normal read from a file is valid.
+    std::string bytes = kSampleBinary;
+    bytes.replace(0, 4, "\0\0\xC0\x7F"s);
+    bytes[35] = 0x3F; // corner 1 z: +inf -> 1.0
+    std::istringstream nanNormal(bytes);
+    EXPECT_TRUE(f.ReadBinary(nanNormal) && std::isnan(f.GetNormal()[0]) &&
+                !Facet({}, {}, {0, 0, NAN}).IsValid());
 
     // A short read (normal 1 2 3, corner 4 5): streams repeat the scratch buffer, MFile reads zeros.
-    const std::string bytes = "\0\0\x80\x3F\0\0\0\x40\0\0\x40\x40\0\0\x80\x40\0\0\xA0\x40"s;
+    bytes = "\0\0\x80\x3F\0\0\0\x40\0\0\x40\x40\0\0\x80\x40\0\0\xA0\x40"s;
     std::istringstream shortStream(bytes);
     f.SetAttribute(7);
     EXPECT_TRUE(f.ReadBinary(shortStream) && shortStream.eof());
@@ -106,12 +111,21 @@ TEST(MStlFileTriangle, TextFormsAndTheirGrammar)
     std::setlocale(LC_ALL, saved.c_str());
     EXPECT_TRUE(!comma || written == kTextFormatted + kTextFormatted) << written;
 
-    // Both text forms read back (the stream form's extra "facet" before each vertex is skipped).
-    EXPECT_EQ(Outcome(kTextFormatted, ""),
-              "0.5 -0.25 0.123457 / 1 2 3 / -10.5 0.12345679 1234.5 / 0 -0 100000 / 0 | ");
-    EXPECT_EQ(Outcome(kTextStream, "name"),
-              "0.5 -0.25 0.123457 / 1 2 3 / -10.5 0.123457 1234.5 / 0 -1e-09 100000 / 0 | ");
-    EXPECT_EQ(Outcome("ENDSOLID Part facet normal", "Part"), "false | facet"); // the solid's own name ends it
+    const std::string facet =
+        " facet normal 0 0 1 outer loop vertex 1 1 1 vertex 2 2 2 vertex 3 3 3 endloop endfacet";
+    const std::string one23 = "0 0 1 / 1 1 1 / 2 2 2 / 3 3 3 / 0 | ";
+    const std::vector<std::array<std::string, 3>> rows = {
+        // Both text forms read back; the stream form's extra "facet" before each vertex is skipped.
+        {kTextFormatted, "", "0.5 -0.25 0.123457 / 1 2 3 / -10.5 0.12345679 1234.5 / 0 -0 100000 / 0 | "},
+        {kTextStream, "name", "0.5 -0.25 0.123457 / 1 2 3 / -10.5 0.123457 1234.5 / 0 -1e-09 100000 / 0 | "},
+        // Keywords in any case; "endsolid" with the solid's own name ends it, and without a name it is
+        // skipped.
+        {"FACET NORMAL 0 0 1 OUTER LOOP VERTEX 1 1 1 Vertex 2 2 2 vErTeX 3 3 3 ENDLOOP ENDFACET", "P", one23},
+        {"ENDSOLID Part" + facet, "Part", "false | facet"},
+        {"endsolid x solid y" + facet, "", one23},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(Outcome(row[0], row[1]), row[2]) << '"' << row[0] << '"';
     EXPECT_THAT([&] { Outcome("facet normal 0 0 1 outer loop vertex 1,5 2 3", ""); },
                 ::testing::ThrowsMessage<std::runtime_error>(::testing::StrEq("Can't convert double")));
     // The end of the input anywhere inside a facet is a plain false, also where a number is due.
