@@ -143,16 +143,23 @@ void SortCornerRecords(benchmark::State& state)
     SetFacetCounters(state, mesh.triangles.size(), 0);
 }
 
+// The torus of the benchmark's size as a Standard mesh in internal units; false (the benchmark
+// skipped) when it cannot be read.
+bool ReadTorus(benchmark::State& state, const KelBench::TorusFiles& files, MStlBase& mesh)
+{
+    if (IO::MStlBaseFileUtilities::ReadStlMM(&mesh, Wide(files.binary)))
+        return true;
+    state.SkipWithError("read failed");
+    return false;
+}
+
 void Write(benchmark::State& state, bool binary)
 {
     const KelBench::TorusFiles files =
         KelBench::EnsureTorusFiles(static_cast<uint64_t>(state.range(0)), false);
     MStlBase mesh;
-    if (!IO::MStlBaseFileUtilities::ReadStlMM(&mesh, Wide(files.binary)))
-    {
-        state.SkipWithError("read failed");
+    if (!ReadTorus(state, files, mesh))
         return;
-    }
     const std::string out = (std::filesystem::temp_directory_path() / "kel_bench_write.stl").string();
     const IO::MStlWriteOptions options(1.0 / KelSDK::Common::MInternalUnits::Get(), binary, false, false);
     for (auto _ : state)
@@ -181,11 +188,8 @@ void WriteBinaryVsFwrite(benchmark::State& state)
     const KelBench::TorusFiles files =
         KelBench::EnsureTorusFiles(static_cast<uint64_t>(state.range(0)), false);
     MStlBase mesh;
-    if (!IO::MStlBaseFileUtilities::ReadStlMM(&mesh, Wide(files.binary)))
-    {
-        state.SkipWithError("read failed");
+    if (!ReadTorus(state, files, mesh))
         return;
-    }
     const size_t bytes = static_cast<size_t>(84 + 50 * files.facets);
     const std::vector<char> data(bytes, 'x');
     const std::filesystem::path dir = std::filesystem::temp_directory_path();
