@@ -232,7 +232,7 @@ size_t EncodeChunk(const MStlTriangle* const* triangles, size_t count, const Fac
 // With a background writer, a thread of its own writes full slots while the caller fills the
 // next ones in a small ring, so the copy into the page cache no longer adds to the encoding
 // time. Only that thread touches the file until Finish (or the destructor, when an exception
-// leaves the caller) has joined it. count grows by the records of every chunk written.
+// leaves the caller) has joined it. count grows by the records of every slot written.
 class BinaryFacetSlots
 {
 public:
