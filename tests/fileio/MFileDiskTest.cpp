@@ -1,6 +1,7 @@
 // The operating-system side of MFile: opening, atomic replacement of the target, file names;
 // and the memory twin's own operations.
 #include "FileIOTestSupport.h"
+#include "support/FileSizeLimit.h"
 
 #include <KelSDK/FileIO/MFile.h>
 
@@ -10,8 +11,6 @@
 #include <filesystem>
 
 #if !defined(_WIN32)
-#include <csignal>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #endif
 
@@ -125,21 +124,17 @@ TEST(MFileAtomicWrite, AFailingDiskWriteKeepsTheOldFile)
     // A file size limit makes the operating system refuse the write (EFBIG), as a full disk would.
     KelTest::ScratchDir dir;
     KelTest::WriteWholeFile(dir.Path() / "mesh.bin", kOld);
-    struct rlimit previous;
-    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &previous), 0);
-    if (previous.rlim_max != RLIM_INFINITY && previous.rlim_max < 8192)
-        GTEST_SKIP() << "file size limit already below the test's";
-    const auto previousHandler = std::signal(SIGXFSZ, SIG_IGN);
-    struct rlimit limited = previous;
-    limited.rlim_cur = 4096;
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limited), 0);
+    bool opened = false, wrote = false, closed = false;
     MFile file(1024);
-    const std::vector<double> values(2000, 1.0);
-    const bool opened = file.OPEN_WRITE(dir.Wide("mesh.bin"));
-    const bool wrote = file.WRITE(values.data(), values.size());
-    const bool closed = file.Close();
-    setrlimit(RLIMIT_FSIZE, &previous);
-    std::signal(SIGXFSZ, previousHandler);
+    {
+        const KelTestSupport::FileSizeLimit limit(4096);
+        if (!limit.Active())
+            GTEST_SKIP() << "file size limit already below the test's";
+        const std::vector<double> values(2000, 1.0);
+        opened = file.OPEN_WRITE(dir.Wide("mesh.bin"));
+        wrote = file.WRITE(values.data(), values.size());
+        closed = file.Close();
+    }
     EXPECT_TRUE(opened);
     EXPECT_FALSE(wrote || closed);
     EXPECT_EQ(file.GetStatus(), MFile::StatusWriteFailed);

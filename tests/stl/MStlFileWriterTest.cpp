@@ -1,6 +1,7 @@
 // The writer: exact files of every storage kind and what reading them back gives, transformations, states,
 // the parallel binary encoding and failed exports.
 #include "StlBuildTestSupport.h"
+#include "support/FileSizeLimit.h"
 
 #include <KelSDK/Common/Progress.h>
 #include <KelSDK/Math/Transform.h>
@@ -8,11 +9,6 @@
 
 #include <memory>
 #include <tuple>
-
-#if !defined(_WIN32)
-#include <csignal>
-#include <sys/resource.h>
-#endif
 
 using namespace StlBuildTest;
 using KelSDK::Math::MMTransformMatrix;
@@ -270,17 +266,13 @@ TEST(MStlFileWriter, AFailedExportKeepsTheOldFile)
                  std::runtime_error);
     EXPECT_TRUE(keptOldFile());
 #if !defined(_WIN32)
-    struct rlimit previous;
-    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &previous), 0);
-    if (previous.rlim_max != RLIM_INFINITY && previous.rlim_max < 3000000)
-        GTEST_SKIP() << "file size limit already below the test's";
-    const auto previousHandler = std::signal(SIGXFSZ, SIG_IGN);
-    struct rlimit limited = previous;
-    limited.rlim_cur = 3000000; // the first slots are written, a later one fails (EFBIG)
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limited), 0);
-    const bool written = MStlBaseFileUtilities::WriteStl(&mesh, path, options, nullptr);
-    setrlimit(RLIMIT_FSIZE, &previous);
-    std::signal(SIGXFSZ, previousHandler);
+    bool written = true;
+    {
+        const KelTestSupport::FileSizeLimit limit(3000000); // the first slots are written, a later one fails
+        if (!limit.Active())
+            GTEST_SKIP() << "file size limit already below the test's";
+        written = MStlBaseFileUtilities::WriteStl(&mesh, path, options, nullptr);
+    }
     EXPECT_FALSE(written);
     EXPECT_TRUE(keptOldFile());
 #endif
