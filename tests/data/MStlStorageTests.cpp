@@ -1,6 +1,9 @@
+#include <KelSDK/Common/ImageBitmap.h>
 #include <KelSDK/Triangles/Data.h>
 
 #include <gtest/gtest.h>
+
+#include <functional>
 
 using namespace KelSDK::Triangles::Data;
 
@@ -265,6 +268,68 @@ TEST(CompareMeshes, ReportsTheFirstDifferenceOfEachKind)
                          nullptr, &tris));
     tris[0]->SetColor(MStlColor(0x0000FF));
     EXPECT_EQ("triangle 0: vertex indices (0, 1, 2) != (0, 2, 1)", CompareMeshes(a, d, noGroups));
+}
+
+TEST(CompareMeshes, ReportsTheFirstDifferenceOfEachAttachment)
+{
+    // Both meshes get the same attachments; each row then changes one thing in the second.
+    const auto attach = [](MStlBase& stl)
+    {
+        auto bitmap = KelSDK::Common::ImageBitmap::Create(1, 1);
+        for (int i = 0; i < 2; ++i)
+            stl.GetTextures().AddTexture()->SetSharedBitmap(bitmap);
+        MStlGraphEdge* edge =
+            stl.CreateGraphEdge(stl.GetPointList().GetFirstPoint(), stl.GetPointList().GetLastPoint());
+        MStlBaseElementInfoStlDependency::GetDependency(&stl, true)->SetEdgeTolerance(edge, 3);
+        SurfaceZonesStlDependency::CreateInstance(&stl)->InitNoSupportZone()->AddTriangle(
+            MStlHybridEntity::FromIndex(1));
+        KelSDK::UVMap* map = KelSDK::UVMapList::Get(&stl, true)->AddMap();
+        map->AddTexture(stl.GetTextures().GetTexture(1));
+        map->SetSharedBitmap(bitmap, false);
+        MStlRevisionSystem::GetIDCard(&stl)->SetGlobalID(MStlRevisionSystem::MGlobalGuid());
+    };
+    const struct
+    {
+        const char* expected;
+        std::function<void(MStlBase&)> change;
+    } rows[] = {
+        {"texture 0: name differs", [](MStlBase& b) { b.GetTextures().GetTexture(0)->SetName(L"x"); }},
+        {"texture 1: shares its bitmap with another texture in only one mesh", [](MStlBase& b)
+         { b.GetTextures().GetTexture(1)->SetSharedBitmap(KelSDK::Common::ImageBitmap::Create(1, 1)); }},
+        {"element information present only in the first mesh",
+         [](MStlBase& b) { MStlBaseElementInfoStlDependency::DestroyInstance(&b); }},
+        {"edge tolerance of element 0 differs", [](MStlBase& b)
+         { MStlBaseElementInfoStlDependency::GetDependency(&b, false)->SetEdgeTolerance(size_t(0), 4); }},
+        {"no-support zone: triangles differ",
+         [](MStlBase& b)
+         {
+             SurfaceZonesStlDependency::GetInstance(&b)->GetNoSupportZone(false)->AddTriangle(
+                 MStlHybridEntity::FromIndex(0));
+         }},
+        {"UV map 0: shares its bitmap with a texture in only one mesh",
+         [](MStlBase& b) { KelSDK::UVMapList::Get(&b, false)->GetMap(0)->SetSharedBitmap(nullptr, false); }},
+        {"identity card: revision differs",
+         [](MStlBase& b) { MStlRevisionSystem::GetIDCard(&b)->SetRevision({}, true, false); }},
+    };
+    for (const auto& row : rows)
+    {
+        SCOPED_TRACE(row.expected);
+        MStlBase a, b;
+        BuildPair(a);
+        BuildPair(b);
+        attach(a);
+        attach(b);
+        MStlRevisionSystem::GetIDCard(&b)->SetRevision(MStlRevisionSystem::GetIDCard(&a)->GetRevision(), true,
+                                                       false);
+        MStlRevisionSystem::GetIDCard(&a)->SetRevision(MStlRevisionSystem::GetIDCard(&a)->GetRevision(), true,
+                                                       false);
+        ASSERT_EQ("", CompareMeshes(a, b));
+        row.change(b);
+        EXPECT_EQ(row.expected, CompareMeshes(a, b));
+        MStlCompareOptions noAttachments;
+        noAttachments.attachments = false;
+        EXPECT_EQ("", CompareMeshes(a, b, noAttachments));
+    }
 }
 
 TEST(MStlHybridEntity, IdentityByPointerOrIndex)

@@ -9,6 +9,7 @@ MStlBase::MStlBase()
     : properties_(this), hybrid_(this), pointList_(*this),
       surfaceList_(std::make_unique<MStlSurfaceList>(this)), curves_(this), borders_(this)
 {
+    textures_.owner_ = this;
 }
 
 MStlBase::~MStlBase()
@@ -260,6 +261,7 @@ MStlGraphEdge* MStlBase::CreateGraphEdge(MStlPoint* p0, MStlPoint* p1)
         return nullptr;
     MStlGraphEdge* e = edges_.Add(MStlGraphEdge(p0, p1));
     e->index_ = edges_.Size() - 1;
+    _NotifyGraphEdgesAdded(e->index_, 1);
     return e;
 }
 
@@ -340,6 +342,18 @@ void MStlBase::_NotifyPointsAdded(size_t first, size_t count)
 {
     for (auto& d : dependencies_)
         d.second->OnPointsAdded(*this, first, count);
+}
+
+void MStlBase::_NotifyGraphEdgesAdded(size_t first, size_t count)
+{
+    for (auto& d : dependencies_)
+        d.second->OnGraphEdgesAdded(*this, first, count);
+}
+
+void MStlBase::_NotifyTextureRemoved(const MStlTexture* texture)
+{
+    for (auto& d : dependencies_)
+        d.second->OnTextureRemoved(*this, texture);
 }
 
 bool MStlBaseProperties::CalculateExtremes(int& xmin, int& xmax, int& ymin, int& ymax, int& zmin,

@@ -1,3 +1,5 @@
+#include "CompareAttachments.h"
+
 #include <KelSDK/Triangles/Data/MStlBase.h>
 #include <KelSDK/Triangles/Data/MStlCompare.h>
 
@@ -153,6 +155,8 @@ std::string CompareContent(const MStlBase& a, const MStlBase& b, const MStlCompa
                 return o.str();
             }
     }
+    if (options.attachments)
+        return CompareAttachments(a, b);
     return std::string();
 }
 } // namespace

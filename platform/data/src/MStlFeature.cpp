@@ -199,8 +199,18 @@ bool MStlTextureList::RemoveTexture(MStlTexture* texture)
     const size_t i = GetIndexOfTexture(texture);
     if (i == SIZE_MAX)
         return false;
+    if (owner_)
+        owner_->_NotifyTextureRemoved(texture);
     textures_.erase(textures_.begin() + static_cast<std::ptrdiff_t>(i));
     return true;
+}
+
+void MStlTextureList::Clear()
+{
+    if (owner_)
+        for (const auto& texture : textures_)
+            owner_->_NotifyTextureRemoved(texture.get());
+    textures_.clear();
 }
 
 const MStlRegisteredPoint* MStlRegisteredPoints::FindPoint(uint32_t id) const
@@ -239,6 +249,8 @@ MStlDependency::~MStlDependency() = default;
 void MStlDependency::OnClear(MStlBase&) {}
 void MStlDependency::OnTrianglesAdded(MStlBase&, size_t, size_t) {}
 void MStlDependency::OnPointsAdded(MStlBase&, size_t, size_t) {}
+void MStlDependency::OnGraphEdgesAdded(MStlBase&, size_t, size_t) {}
+void MStlDependency::OnTextureRemoved(MStlBase&, const MStlTexture*) {}
 void MStlDependency::OnTrianglesChanged(MStlBase&) {}
 
 void MStlBaseFaceGroupInfo::SetFaceID(size_t triangleIndex, unsigned long id)

@@ -48,6 +48,8 @@ public:
     size_t GetSize() const override { return values_.size(); }
     void Clear() override { values_.clear(); }
     const std::vector<Info>& Values() const { return values_; }
+    // The stored values, for filling in bulk.
+    std::vector<Info>& Values() { return values_; }
 
 private:
     Info default_;

@@ -265,6 +265,7 @@ private:
     friend class MStlHybrid;
     friend class MStlPointList;
     friend class MStlBaseImpl;
+    friend class MStlTextureList;
 
     void _NotifyTrianglesAdded(size_t first, size_t count);
     // Places the points as one run at the end of the point store (input index i is the result
@@ -273,6 +274,8 @@ private:
     MStlPoint* _AppendPointRun(std::vector<std::array<int, 3>>& points,
                                std::vector<MStlPoint*>* createdPoints);
     void _NotifyPointsAdded(size_t first, size_t count);
+    void _NotifyGraphEdgesAdded(size_t first, size_t count);
+    void _NotifyTextureRemoved(const MStlTexture* texture);
     void _ClearGeometry();
 
     std::wstring name_;

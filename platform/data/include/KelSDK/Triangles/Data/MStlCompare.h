@@ -19,6 +19,9 @@ struct KELSDK_TRIANGLES_DATA_EXPORT MStlCompareOptions
     bool faceGroups = true;   // presence and identifiers
     bool attributes = true;   // name, mesh colour, material, support and supposed-solid flags
     bool userDefined = true;  // user-defined marks of Standard-kind points (both Standard)
+    // Textures and their bitmaps (which of them share one), element information, surface zones,
+    // UV maps and identity cards (when both meshes have one).
+    bool attachments = true;
 };
 
 // Describes the first difference between two meshes ("" when none), e.g.

@@ -9,6 +9,7 @@
 namespace KelSDK::Triangles::Data
 {
 class MStlBase;
+class MStlTexture;
 
 // Base of every attachment. The mesh owns its dependencies, destroys them with itself and calls
 // the hooks below after the matching change.
@@ -26,6 +27,10 @@ public:
     virtual void OnTrianglesAdded(MStlBase& stl, size_t first, size_t count);
     // After count points were appended, the first at list position first.
     virtual void OnPointsAdded(MStlBase& stl, size_t first, size_t count);
+    // After count graph edges were appended, the first at index first.
+    virtual void OnGraphEdgesAdded(MStlBase& stl, size_t first, size_t count);
+    // Before a texture of the mesh's texture list is destroyed (removed, or the list cleared).
+    virtual void OnTextureRemoved(MStlBase& stl, const MStlTexture* texture);
     // After triangles changed in another way (surfaces moved, order changed).
     virtual void OnTrianglesChanged(MStlBase& stl);
 };

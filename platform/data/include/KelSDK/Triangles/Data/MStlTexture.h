@@ -17,6 +17,8 @@ class ImageBitmap;
 
 namespace KelSDK::Triangles::Data
 {
+class MStlBase;
+
 // Texture coordinates of the three corners of one triangle (by the triangle's index).
 struct KELSDK_TRIANGLES_DATA_EXPORT MStlTextureCoordinates
 {
@@ -85,11 +87,15 @@ public:
     size_t GetIndexOfTexture(const MStlTexture* texture) const;
     // Appends a texture (a new empty one when null is given) and returns it.
     MStlTexture* AddTexture(std::unique_ptr<MStlTexture> texture = nullptr);
-    // Removes and destroys a texture of this list; false for a foreign one.
+    // Removes and destroys a texture of this list; false for a foreign one. The mesh's
+    // attachments hear of it first (MStlDependency::OnTextureRemoved).
     bool RemoveTexture(MStlTexture* texture);
-    void Clear() { textures_.clear(); }
+    // Removes and destroys every texture, telling the mesh's attachments of each.
+    void Clear();
 
 private:
+    friend class MStlBase;
+    MStlBase* owner_ = nullptr; // the mesh whose list this is (set by the mesh)
     std::vector<std::unique_ptr<MStlTexture>> textures_;
 };
 } // namespace KelSDK::Triangles::Data
