@@ -141,6 +141,48 @@ TEST(MStlBaseStandard, CreateRejectsBadInputWithoutTouchingTheMesh)
     EXPECT_EQ(1u, stl.NumberOfTriangles());
 }
 
+// The flat list with 32-bit indices builds what the nested lists build, surface by surface.
+TEST(MStlBaseStandard, CreateFromOneFlatListMatchesNestedLists)
+{
+    MStlBase nested, flat;
+    std::vector<MStlSurface*> nestedSurfaces{nested.GetMainSurface(), nested.AddSurface(), nested.AddSurface()};
+    std::vector<MStlSurface*> flatSurfaces{flat.GetMainSurface(), flat.AddSurface(), flat.AddSurface()};
+    std::vector<MStlTriangle*> nestedTriangles, flatTriangles;
+    std::vector<MStlPoint*> flatPoints;
+    ASSERT_TRUE(nested.Create(Quad(), Lists{{{0, 1, 2}}, {}, {{1, 3, 2}, {0, 1, 3}}}, &nestedSurfaces, nullptr,
+                              &nestedTriangles));
+    ASSERT_TRUE(flat.Create(Quad(), {{0, 1, 2}, {1, 3, 2}, {0, 1, 3}}, {1, 0, 2}, &flatSurfaces, &flatPoints,
+                            &flatTriangles));
+    EXPECT_EQ("", CompareMeshes(nested, flat));
+    ASSERT_EQ(3u, flatTriangles.size());
+    EXPECT_EQ(flatSurfaces[2], flatTriangles[1]->GetSurface());
+    EXPECT_EQ(flatPoints[3], flatTriangles[1]->GetPoint(1));
+    EXPECT_EQ(flatTriangles[2], flat.GetTriangleWithIndex(2));
+    EXPECT_EQ(2u, flatSurfaces[2]->GetNumberOfTriangles());
+}
+
+TEST(MStlBaseStandard, CreateFromOneFlatListRejectsCountsAndIndicesThatDoNotFit)
+{
+    MStlBase stl;
+    using Flat = std::vector<std::array<uint32_t, 3>>;
+    const Flat two{{0, 1, 2}, {1, 3, 2}};
+    {
+        SCOPED_TRACE("counts short of the list");
+        EXPECT_FALSE(stl.Create(Quad(), two, {1}, nullptr, nullptr, nullptr));
+    }
+    {
+        SCOPED_TRACE("counts beyond the list");
+        EXPECT_FALSE(stl.Create(Quad(), two, {1, 2}, nullptr, nullptr, nullptr));
+    }
+    {
+        SCOPED_TRACE("an index past the points");
+        EXPECT_FALSE(stl.Create(Quad(), Flat{{0, 1, 4}}, {1}, nullptr, nullptr, nullptr));
+    }
+    EXPECT_EQ(0u, stl.NumberOfPoints());
+    EXPECT_EQ(0u, stl.NumberOfTriangles());
+    EXPECT_TRUE(stl.Create(Points(), Flat(), {}, nullptr, nullptr, nullptr));
+}
+
 TEST(MStlBaseStandard, ElementsStayPutWhileTheMeshGrows)
 {
     MStlBase stl;

@@ -158,74 +158,136 @@ MStlTriangle* MStlBase::CreateTriangle(MStlPoint* p0, MStlPoint* p1, MStlPoint* 
     return t;
 }
 
+// Create over any index width. Lists is a sequence of index-triple lists: Count() lists,
+// Size(s) triples in list s, At(s) the first of them, Release(s) once list s has been consumed.
+class MStlBaseImpl
+{
+public:
+    template <typename Lists>
+    static bool Create(MStlBase& mesh, std::vector<std::array<int, 3>>& points, Lists& lists,
+                       const std::vector<MStlSurface*>* surfaces, std::vector<MStlPoint*>* createdPoints,
+                       std::vector<MStlTriangle*>* createdTriangles)
+    {
+        if (mesh.hybrid_.GetState() != eStlStandard)
+            return false;
+        // Check everything before touching the mesh: surfaces, counts, indices.
+        const size_t numPoints = points.size();
+        size_t numTriangles = 0;
+        std::vector<MStlSurface*> target(lists.Count(), nullptr);
+        for (size_t s = 0; s < lists.Count(); ++s)
+        {
+            MStlSurface* surface = (surfaces && s < surfaces->size()) ? (*surfaces)[s] : nullptr;
+            if (surface && surface->GetStl() != &mesh)
+                return false;
+            target[s] = surface ? surface : mesh.GetMainSurface();
+            const auto* t = lists.At(s);
+            for (size_t i = 0, n = lists.Size(s); i < n; ++i)
+                if (t[i][0] >= numPoints || t[i][1] >= numPoints || t[i][2] >= numPoints)
+                    return false;
+            numTriangles += lists.Size(s);
+        }
+        const size_t firstTriangle = mesh.triangles_.Size();
+        if (numTriangles > std::numeric_limits<uint32_t>::max() - firstTriangle)
+            return false;
+
+        // Points: one contiguous run, so that input index i is base + i.
+        const size_t firstPoint = mesh.points_.Size();
+        MStlPoint* const base = mesh._AppendPointRun(points, createdPoints);
+
+        // Triangles: one contiguous run in input order.
+        if (createdTriangles)
+        {
+            createdTriangles->clear();
+            createdTriangles->reserve(numTriangles);
+        }
+        if (numTriangles > 0)
+        {
+            MStlTriangle* t = mesh.triangles_.Reserve(numTriangles);
+            uint32_t index = static_cast<uint32_t>(firstTriangle);
+            for (size_t s = 0; s < lists.Count(); ++s)
+            {
+                MStlSurface* surface = target[s];
+                std::vector<MStlTriangle*>& list = surface->triangles_;
+                const auto* c = lists.At(s);
+                const size_t n = lists.Size(s);
+                list.reserve(list.size() + n);
+                for (size_t i = 0; i < n; ++i, ++t)
+                {
+                    new (t) MStlTriangle();
+                    t->points_[0] = base + c[i][0];
+                    t->points_[1] = base + c[i][1];
+                    t->points_[2] = base + c[i][2];
+                    t->surface_ = surface;
+                    t->index_ = index++;
+                    list.push_back(t);
+                    if (createdTriangles)
+                        createdTriangles->push_back(t);
+                }
+                lists.Release(s);
+            }
+            mesh.triangles_.Commit(numTriangles);
+        }
+        mesh.validity_.InvalidateBoundingBox();
+        if (numPoints > 0)
+            mesh._NotifyPointsAdded(firstPoint, numPoints);
+        if (numTriangles > 0)
+            mesh._NotifyTrianglesAdded(firstTriangle, numTriangles);
+        return true;
+    }
+};
+
+namespace
+{
+// One vector of 64-bit triples per list.
+struct NestedLists
+{
+    std::vector<std::vector<std::array<size_t, 3>>>& lists;
+    size_t Count() const { return lists.size(); }
+    size_t Size(size_t s) const { return lists[s].size(); }
+    const std::array<size_t, 3>* At(size_t s) const { return lists[s].data(); }
+    void Release(size_t s) { lists[s] = std::vector<std::array<size_t, 3>>(); }
+};
+
+// All lists one after another in one vector of 32-bit triples.
+struct FlatLists
+{
+    std::vector<std::array<uint32_t, 3>>& triangles;
+    std::vector<size_t> offsets; // list s runs from offsets[s] to offsets[s + 1]
+    size_t Count() const { return offsets.size() - 1; }
+    size_t Size(size_t s) const { return offsets[s + 1] - offsets[s]; }
+    const std::array<uint32_t, 3>* At(size_t s) const { return triangles.data() + offsets[s]; }
+    void Release(size_t s)
+    {
+        if (s + 1 == Count())
+            triangles = std::vector<std::array<uint32_t, 3>>();
+    }
+};
+} // namespace
+
 bool MStlBase::Create(std::vector<std::array<int, 3>> points,
                       std::vector<std::vector<std::array<size_t, 3>>> trianglesPerSurface,
                       const std::vector<MStlSurface*>* surfaces, std::vector<MStlPoint*>* createdPoints,
                       std::vector<MStlTriangle*>* createdTriangles)
 {
-    if (hybrid_.GetState() != eStlStandard)
-        return false;
-    // Check everything before touching the mesh: surfaces, counts, indices.
-    const size_t numPoints = points.size();
-    size_t numTriangles = 0;
-    std::vector<MStlSurface*> target(trianglesPerSurface.size(), nullptr);
-    for (size_t s = 0; s < trianglesPerSurface.size(); ++s)
+    NestedLists lists{trianglesPerSurface};
+    return MStlBaseImpl::Create(*this, points, lists, surfaces, createdPoints, createdTriangles);
+}
+
+bool MStlBase::Create(std::vector<std::array<int, 3>> points, std::vector<std::array<uint32_t, 3>> triangles,
+                      const std::vector<size_t>& trianglesPerSurface, const std::vector<MStlSurface*>* surfaces,
+                      std::vector<MStlPoint*>* createdPoints, std::vector<MStlTriangle*>* createdTriangles)
+{
+    FlatLists lists{triangles, {0}};
+    lists.offsets.reserve(trianglesPerSurface.size() + 1);
+    for (size_t count : trianglesPerSurface)
     {
-        MStlSurface* surface = (surfaces && s < surfaces->size()) ? (*surfaces)[s] : nullptr;
-        if (surface && surface->GetStl() != this)
+        if (count > triangles.size() - lists.offsets.back())
             return false;
-        target[s] = surface ? surface : GetMainSurface();
-        for (const std::array<size_t, 3>& t : trianglesPerSurface[s])
-            if (t[0] >= numPoints || t[1] >= numPoints || t[2] >= numPoints)
-                return false;
-        numTriangles += trianglesPerSurface[s].size();
+        lists.offsets.push_back(lists.offsets.back() + count);
     }
-    const size_t firstTriangle = triangles_.Size();
-    if (numTriangles > std::numeric_limits<uint32_t>::max() - firstTriangle)
+    if (lists.offsets.back() != triangles.size())
         return false;
-
-    // Points: one contiguous run, so that input index i is base + i.
-    const size_t firstPoint = points_.Size();
-    MStlPoint* const base = _AppendPointRun(points, createdPoints);
-
-    // Triangles: one contiguous run in input order.
-    if (createdTriangles)
-    {
-        createdTriangles->clear();
-        createdTriangles->reserve(numTriangles);
-    }
-    if (numTriangles > 0)
-    {
-        MStlTriangle* t = triangles_.Reserve(numTriangles);
-        uint32_t index = static_cast<uint32_t>(firstTriangle);
-        for (size_t s = 0; s < trianglesPerSurface.size(); ++s)
-        {
-            MStlSurface* surface = target[s];
-            std::vector<MStlTriangle*>& list = surface->triangles_;
-            list.reserve(list.size() + trianglesPerSurface[s].size());
-            for (const std::array<size_t, 3>& c : trianglesPerSurface[s])
-            {
-                new (t) MStlTriangle();
-                t->points_[0] = base + c[0];
-                t->points_[1] = base + c[1];
-                t->points_[2] = base + c[2];
-                t->surface_ = surface;
-                t->index_ = index++;
-                list.push_back(t);
-                if (createdTriangles)
-                    createdTriangles->push_back(t);
-                ++t;
-            }
-            trianglesPerSurface[s] = std::vector<std::array<size_t, 3>>();
-        }
-        triangles_.Commit(numTriangles);
-    }
-    validity_.InvalidateBoundingBox();
-    if (numPoints > 0)
-        _NotifyPointsAdded(firstPoint, numPoints);
-    if (numTriangles > 0)
-        _NotifyTrianglesAdded(firstTriangle, numTriangles);
-    return true;
+    return MStlBaseImpl::Create(*this, points, lists, surfaces, createdPoints, createdTriangles);
 }
 
 MStlSurface* MStlBase::GetMainSurface() const

@@ -15,11 +15,11 @@
 
 namespace KelSDK::Triangles::Data
 {
-// Raw memory for element blocks. Large blocks are mapped and populated in one system call where
-// the platform offers it, which is cheaper than taking one page fault per 4 KiB while filling.
-// Throws std::bad_alloc when memory is exhausted.
+// Raw memory for element blocks and other large working arrays, uninitialised. Large blocks are
+// backed by 2 MiB pages where the platform offers them, which makes filling fresh memory several
+// times cheaper than one page fault per 4 KiB. Throws std::bad_alloc when memory is exhausted.
 KELSDK_TRIANGLES_DATA_EXPORT void* MStlAllocateBlock(size_t bytes);
-// Frees memory from MStlAllocateBlock (bytes as requested).
+// Frees memory from MStlAllocateBlock (bytes as requested); null is ignored.
 KELSDK_TRIANGLES_DATA_EXPORT void MStlFreeBlock(void* block, size_t bytes);
 
 template <typename T> class MStlBlockPool
