@@ -1,18 +1,16 @@
-// Bounding box of the corners of facet lists, shared by the read driver and mesh building.
+// Bounding box of the corners of facets, for mesh building when the caller has not measured it.
 #pragma once
 
 #include <KelSDK/Math/BoundingBox.h>
-#include <KelSDK/Triangles/IO/MStlFileTriangle.h>
 
+#include <cstdint>
 #include <limits>
-#include <vector>
 
-namespace KelSDK::Triangles::IO
+namespace KelSDK::Triangles::IO::Detail
 {
-// Box of every corner of every facet of every solid (normals are not part of it); the empty box
-// (minimum +max, maximum -max) when there is no facet.
-inline KelSDK::Math::boundingbox<double, 3>
-MeasureFacetCorners(const std::vector<std::vector<MStlFileTriangle>>& solids)
+// Box of every corner of every facet of a source (MStlFacetLists.h; normals are not part of it);
+// the empty box (minimum +max, maximum -max) when there is no facet. NaN coordinates are left out.
+template <class Source> KelSDK::Math::boundingbox<double, 3> MeasureFacetCorners(const Source& source)
 {
     double lo[3], hi[3];
     for (int a = 0; a < 3; ++a)
@@ -20,18 +18,17 @@ MeasureFacetCorners(const std::vector<std::vector<MStlFileTriangle>>& solids)
         lo[a] = std::numeric_limits<double>::max();
         hi[a] = std::numeric_limits<double>::lowest();
     }
-    for (const auto& solid : solids)
-        for (const MStlFileTriangle& facet : solid)
-            for (int k = 0; k < 3; ++k)
+    source.ForEachFacet(
+        [&](const auto* corners, uint16_t)
+        {
+            for (int i = 0; i < 9; ++i)
             {
-                const KelSDK::Math::point<double, 3>& c = facet.GetVertex(k);
-                for (int a = 0; a < 3; ++a)
-                {
-                    lo[a] = c[a] < lo[a] ? c[a] : lo[a];
-                    hi[a] = c[a] > hi[a] ? c[a] : hi[a];
-                }
+                const double v = corners[i];
+                const int a = i % 3;
+                lo[a] = v < lo[a] ? v : lo[a];
+                hi[a] = v > hi[a] ? v : hi[a];
             }
-    return {KelSDK::Math::point<double, 3>(lo[0], lo[1], lo[2]),
-            KelSDK::Math::point<double, 3>(hi[0], hi[1], hi[2])};
+        });
+    return {KelSDK::Math::point<double, 3>(lo[0], lo[1], lo[2]), KelSDK::Math::point<double, 3>(hi[0], hi[1], hi[2])};
 }
-} // namespace KelSDK::Triangles::IO
+} // namespace KelSDK::Triangles::IO::Detail

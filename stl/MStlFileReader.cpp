@@ -1,5 +1,5 @@
-#include "MStlFacetBox.h"
-#include "MStlFileReaderTargetMemory.h"
+#include "MStlFacetLists.h"
+#include "MStlMeshBuilding.h"
 
 #include <KelSDK/Common/Progress.h>
 #include <KelSDK/Triangles/Data.h>
@@ -19,35 +19,6 @@
 namespace KelSDK::Triangles::IO
 {
 using KelSDK::Math::point;
-
-namespace
-{
-// The facet count of a binary stream's first block, bounded by the bytes that follow the header;
-// 0 when the stream cannot be measured. The stream is left where it was.
-uint64_t FirstBlockFacets(std::istream& stream)
-{
-    const std::streampos start = stream.tellg();
-    if (start == std::streampos(-1))
-        return 0;
-    uint64_t facets = 0;
-    unsigned char bytes[84];
-    if (stream.read(reinterpret_cast<char*>(bytes), sizeof(bytes)) && stream.seekg(0, std::ios::end))
-    {
-        const std::streampos end = stream.tellg();
-        if (end != std::streampos(-1) && end - start >= 84)
-        {
-            const uint64_t count = static_cast<uint64_t>(bytes[80]) | static_cast<uint64_t>(bytes[81]) << 8 |
-                                   static_cast<uint64_t>(bytes[82]) << 16 |
-                                   static_cast<uint64_t>(bytes[83]) << 24;
-            const uint64_t room = (static_cast<uint64_t>(end - start) - 84) / 50;
-            facets = count < room ? count : room;
-        }
-    }
-    stream.clear();
-    stream.seekg(start);
-    return facets;
-}
-} // namespace
 
 MStlFileReader::MStlFileReader(const MStlReadOptions& options) : options_(options) {}
 
@@ -73,6 +44,10 @@ MStlReadResults MStlFileReader::GetResults()
     return results_;
 }
 
+// The readers fill a lean store rather than lists of MStlFileTriangle: the corners as the file holds
+// them (float for binary, double for text) and the attribute words, with the box of all corners
+// measured on the way. Mesh building releases the coordinates as it consumes them. The mesh is the
+// one the lists would give: a float widens to the same double either way.
 bool MStlFileReader::Read(std::shared_ptr<KelSDK::Common::IProgressDelegate> progress)
 {
     std::ifstream file;
@@ -87,43 +62,37 @@ bool MStlFileReader::Read(std::shared_ptr<KelSDK::Common::IProgressDelegate> pro
 
     const bool ascii =
         fileName_.empty() ? StlFileUtilities::IsAscii(*input) : StlFileUtilities::IsAscii(fileName_);
-    std::vector<std::vector<MStlFileTriangle>> facets;
     std::vector<std::string> names;
     if (ascii)
     {
-        MStlFileReaderAscii reader(*input);
-        if (reader.Read(facets, names, progress) != 0)
+        Detail::LeanFacets<double> facets;
+        Detail::LeanTextSink sink(facets);
+        if (MStlFileReaderAscii(*input)._Read(sink, names, progress) != 0)
             return false;
-    }
-    else
-    {
-        MStlFileReaderBinary reader(*input);
-        MStlFileReaderBinary::Options binaryOptions;
-        binaryOptions.readMultipleBlocks = true;
-        binaryOptions.countFromFileSize = false;
-        binaryOptions.allowTrailingBytes = false;
-        reader.SetOptions(binaryOptions);
-        // The reader keeps an existing first list and only reserves what it lacks: reserving it here
-        // lets the largest buffer of the import be backed by huge pages.
-        const uint64_t expected = FirstBlockFacets(*input);
-        if (expected > 0)
-        {
-            facets.resize(1);
-            facets[0].reserve(expected);
-            Detail::AdviseHugePages(facets[0].data(), expected * sizeof(MStlFileTriangle));
-        }
-        MStlFileReaderBinary::FileHeader header;
-        if (reader.Read(header, facets, progress) != 0)
-            return false;
-        names.assign(facets.size(), std::string());
-        results_ = MStlFileReaderBinary::ExtractHeaderInfo(header);
+        return _Build(facets, names, true);
     }
 
+    MStlFileReaderBinary reader(*input);
+    MStlFileReaderBinary::Options binaryOptions;
+    binaryOptions.readMultipleBlocks = true;
+    binaryOptions.countFromFileSize = false;
+    binaryOptions.allowTrailingBytes = false;
+    reader.SetOptions(binaryOptions);
+    Detail::LeanFacets<float> facets;
+    Detail::LeanBinarySink sink(facets);
+    MStlFileReaderBinary::FileHeader header;
+    if (reader._Read(header, sink, progress) != 0)
+        return false;
+    names.assign(facets.SolidCount(), std::string());
+    results_ = MStlFileReaderBinary::ExtractHeaderInfo(header);
+    return _Build(facets, names, false);
+}
+
+template <class Store> bool MStlFileReader::_Build(Store& facets, const std::vector<std::string>& names, bool ascii)
+{
     wasAscii_ = ascii;
-    facetCount_ = 0;
-    for (const auto& solid : facets)
-        facetCount_ += solid.size();
-    boundingBox_ = MeasureFacetCorners(facets);
+    facetCount_ = facets.FacetCount();
+    boundingBox_ = facets.CornerBox();
     if (target_ == nullptr)
         return true;
 
@@ -150,11 +119,11 @@ bool MStlFileReader::Read(std::shared_ptr<KelSDK::Common::IProgressDelegate> pro
         if (transformation_.offset[a] + bmin[a] < lower || transformation_.offset[a] + bmax[a] > upper)
             results_.isOverflow = true;
 
-    MStlFileReaderTarget target;
-    target.Convert(*target_, facets, names, transformation_, results_.hasColor, boundingBox_);
-    if (target.IsError())
+    const Detail::BuildResult built =
+        Detail::BuildMesh(*target_, facets, names, transformation_, results_.hasColor, &boundingBox_);
+    if (built.error)
         return false;
-    results_.isOverflow = results_.isOverflow || target.IsOverflow();
+    results_.isOverflow = results_.isOverflow || built.overflow;
 
     if (!ascii)
     {

@@ -1,5 +1,5 @@
+#include "MStlFacetLists.h"
 #include "MStlFileTriangleAscii.h"
-#include "MStlFileTriangleList.h"
 
 #include <KelSDK/Common/Progress.h>
 #include <KelSDK/Triangles/IO/MStlFileReaderAscii.h>
@@ -240,6 +240,14 @@ MStlFileReaderAscii::EReturnCode
 MStlFileReaderAscii::Read(std::vector<std::vector<MStlFileTriangle>>& facets, std::vector<std::string>& names,
                           std::shared_ptr<KelSDK::Common::IProgressDelegate> progress)
 {
+    Detail::ListSink sink(facets);
+    return _Read(sink, names, std::move(progress));
+}
+
+MStlFileReaderAscii::EReturnCode MStlFileReaderAscii::_Read(Detail::TextFacetSink& sink,
+                                                          std::vector<std::string>& names,
+                                                          std::shared_ptr<KelSDK::Common::IProgressDelegate> progress)
+{
     uint64_t remaining = std::numeric_limits<uint64_t>::max();
     const uint64_t size = MeasureStream(stream_, remaining);
     const uint64_t expected = size == std::numeric_limits<uint64_t>::max() ? size : size / kBytesPerFacet;
@@ -254,15 +262,13 @@ MStlFileReaderAscii::Read(std::vector<std::vector<MStlFileTriangle>>& facets, st
     {
         foundSolid = true;
         names.push_back(currentName);
-        facets.emplace_back();
-        std::vector<MStlFileTriangle>& list = facets.back();
+        const size_t solid = sink.AddSolid();
         if (!reserved && size != std::numeric_limits<uint64_t>::max() && size > tokens.Tell())
         {
             // The first solid usually holds the whole file: reserve once from the bytes that remain.
             // Writers use 170 to 260 bytes per facet; 160 keeps the list from growing (and copying)
             // in the common case, and reserved pages that are never touched cost no memory.
-            Detail::ReserveFacets(list,
-                                  static_cast<std::size_t>((size - tokens.Tell()) / kReserveBytesPerFacet));
+            sink.Reserve(solid, (size - tokens.Tell()) / kReserveBytesPerFacet);
             reserved = true;
         }
         // One scratch record for all facets. A facet that is appended has had all nine corner
@@ -275,7 +281,7 @@ MStlFileReaderAscii::Read(std::vector<std::vector<MStlFileTriangle>>& facets, st
             facet.SetNormal(MStlFileTriangle::Point());
             if (!tokens.Good() || !Detail::ParseAsciiFacet(tokens, facet, currentName))
                 break;
-            list.push_back(facet);
+            sink.Append(solid, facet);
         }
     }
     return foundSolid ? Success : NoSolidFound;

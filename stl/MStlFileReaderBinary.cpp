@@ -1,5 +1,5 @@
+#include "MStlFacetLists.h"
 #include "MStlFileTriangleBinary.h"
-#include "MStlFileTriangleList.h"
 
 #include <KelSDK/Common/Progress.h>
 #include <KelSDK/Triangles/IO/MStlFileReaderBinary.h>
@@ -34,9 +34,9 @@ WordRead ReadCount(std::istream& stream, uint64_t& count)
     return WordRead::Ok;
 }
 
-// Reads n facets of one block and appends them to list, keeping the complete ones when the input
-// ends early (result 1).
-MStlFileReaderBinary::ErrorCode ReadBlock(std::istream& stream, std::vector<MStlFileTriangle>& list,
+// Reads n facets of one block and appends them to a solid of the sink, keeping the complete ones when
+// the input ends early (result 1).
+MStlFileReaderBinary::ErrorCode ReadBlock(std::istream& stream, Detail::BinaryFacetSink& sink, size_t solid,
                                           uint64_t n, KelSDK::Common::IncrementalProgressReporter& progress,
                                           std::vector<unsigned char>& buffer)
 {
@@ -50,13 +50,9 @@ MStlFileReaderBinary::ErrorCode ReadBlock(std::istream& stream, std::vector<MStl
         stream.read(reinterpret_cast<char*>(buffer.data()), static_cast<std::streamsize>(bytes));
         const std::size_t got = static_cast<std::size_t>(stream.gcount());
         const std::size_t complete = got / kFacetSize;
-        const unsigned char* p = buffer.data();
-        for (std::size_t i = 0; i < complete; ++i, p += kFacetSize)
-        {
-            list.emplace_back();
-            Detail::DecodeBinaryFacet(p, list.back());
+        sink.AppendBinary(solid, buffer.data(), complete);
+        for (std::size_t i = 0; i < complete; ++i)
             ++progress;
-        }
         if (got != bytes)
             return MStlFileReaderBinary::StreamError;
         done += want;
@@ -149,6 +145,13 @@ MStlFileReaderBinary::ErrorCode
 MStlFileReaderBinary::Read(FileHeader& header, std::vector<std::vector<MStlFileTriangle>>& facets,
                            std::shared_ptr<KelSDK::Common::IProgressDelegate> progress)
 {
+    Detail::ListSink sink(facets);
+    return _Read(header, sink, std::move(progress));
+}
+
+MStlFileReaderBinary::ErrorCode MStlFileReaderBinary::_Read(FileHeader& header, Detail::BinaryFacetSink& sink,
+                                                            std::shared_ptr<KelSDK::Common::IProgressDelegate> progress)
+{
     stream_.read(reinterpret_cast<char*>(header.data()), static_cast<std::streamsize>(HEADER_SIZE));
     if (stream_.gcount() != static_cast<std::streamsize>(HEADER_SIZE))
         return stream_.eof() ? HeaderTruncated : StreamError;
@@ -164,7 +167,7 @@ MStlFileReaderBinary::Read(FileHeader& header, std::vector<std::vector<MStlFileT
         total += c;
     KelSDK::Common::IncrementalProgressReporter reporter(
         progress, "KelSDK.Triangles.IO.MStlBinaryFileReader.Read", total, false);
-    facets.resize(counts.size());
+    sink.SetSolidCount(counts.size());
 
     // The counts were checked against the bytes after the first count, so every reservation is backed
     // by bytes of the stream; the bound by the bytes that remain is kept as a second guard.
@@ -178,10 +181,9 @@ MStlFileReaderBinary::Read(FileHeader& header, std::vector<std::vector<MStlFileT
                 return StreamError;
             remaining = remaining >= 4 ? remaining - 4 : 0;
         }
-        std::vector<MStlFileTriangle>& list = facets[block];
         const uint64_t n = counts[block];
-        Detail::ReserveFacets(list, static_cast<std::size_t>(std::min(n, remaining / kFacetSize)));
-        const ErrorCode result = ReadBlock(stream_, list, n, reporter, buffer);
+        sink.Reserve(block, std::min(n, remaining / kFacetSize));
+        const ErrorCode result = ReadBlock(stream_, sink, block, n, reporter, buffer);
         if (result != Ok)
             return result;
         remaining -= std::min(remaining, n * kFacetSize);

@@ -3,6 +3,7 @@
 
 #include <KelSDK/Triangles/IO/MStlFileReaderTarget.h>
 
+#include <algorithm>
 #include <random>
 #include <set>
 #include <tuple>
@@ -97,3 +98,58 @@ TEST(MStlFileReaderTarget, MergeMatchesAReference)
     }
 }
 } // namespace
+
+// Enough facets for the corner records to fill many buckets, and a plate whose corners crowd into
+// one bucket beyond the size that is sorted through a scratch copy: points in (z, x, y) order and
+// every facet's corners, against a plain sort of the positions.
+TEST(MStlFileReaderTarget, MergeAcrossBucketsMatchesAPlainSort)
+{
+    struct Row
+    {
+        const char* label;
+        size_t facets;
+        bool crowded;
+    };
+    const Row rows[] = {{"many buckets", 40000, false}, {"one crowded bucket", 360000, true}};
+    std::mt19937 random(11);
+    for (const Row& row : rows)
+    {
+        SCOPED_TRACE(row.label);
+        // Crowded: every corner on the plate z = 0 with x below 64, except one far corner that
+        // stretches the x span, so that the top key bits are the same for nearly all corners.
+        std::uniform_int_distribution<int> lattice(0, row.crowded ? 63 : 99);
+        Facets solids(1);
+        std::vector<Triple> positions, corners;
+        for (size_t i = 0; i < row.facets; ++i)
+        {
+            Corner c[3];
+            for (Corner& corner : c)
+                corner = {double(lattice(random)), double(lattice(random)), row.crowded ? 0.0 : double(lattice(random))};
+            if (row.crowded && i == 0)
+                c[0][0] = 1.0e9;
+            solids[0].push_back(Facet(c[0], c[1], c[2]));
+            for (const Corner& corner : c)
+                corners.push_back({int(corner[0]), int(corner[1]), int(corner[2])});
+        }
+        for (const Triple& c : corners)
+            positions.push_back({c[2], c[0], c[1]});
+        std::sort(positions.begin(), positions.end());
+        positions.erase(std::unique(positions.begin(), positions.end()), positions.end());
+
+        MStlBase mesh;
+        MStlFileReaderTarget().Convert(mesh, solids, {""}, Identity, false);
+        std::vector<Triple> points;
+        for (const MStlPoint& p : mesh.Points())
+            points.push_back({p.GetZ(), p.GetX(), p.GetY()});
+        EXPECT_EQ(points, positions) << "points";
+        std::vector<Triple> built, kept;
+        for (const MStlTriangle& t : mesh.Triangles())
+            for (const Triple& c : Corners(t))
+                built.push_back(c);
+        for (size_t f = 0; f < row.facets; ++f)
+            if (corners[3 * f] != corners[3 * f + 1] && corners[3 * f] != corners[3 * f + 2] &&
+                corners[3 * f + 1] != corners[3 * f + 2])
+                kept.insert(kept.end(), corners.begin() + 3 * f, corners.begin() + 3 * f + 3);
+        EXPECT_EQ(built, kept) << "triangle corners";
+    }
+}

@@ -10,6 +10,7 @@
 #include <iosfwd>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace KelSDK::Common
 {
@@ -51,6 +52,9 @@ public:
     uint64_t GetNumberOfFacets() const { return facetCount_; }
 
 private:
+    // Measures, transforms and builds the mesh from the facets a reader left in a store.
+    template <class Store> bool _Build(Store& facets, const std::vector<std::string>& names, bool ascii);
+
     std::wstring fileName_;
     std::istream* stream_ = nullptr;
     KelSDK::Triangles::Data::MStlBase* target_ = nullptr;

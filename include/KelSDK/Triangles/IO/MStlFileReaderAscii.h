@@ -16,6 +16,12 @@ class IProgressDelegate;
 
 namespace KelSDK::Triangles::IO
 {
+namespace Detail
+{
+class TextFacetSink;
+}
+class MStlFileReader;
+
 class KELSDK_TRIANGLES_IO_EXPORT MStlFileReaderAscii
 {
 public:
@@ -34,6 +40,11 @@ public:
                      std::shared_ptr<KelSDK::Common::IProgressDelegate> progress);
 
 private:
+    friend class MStlFileReader;
+    // Read into any facet sink (the read driver's lean store).
+    EReturnCode _Read(Detail::TextFacetSink& sink, std::vector<std::string>& names,
+                      std::shared_ptr<KelSDK::Common::IProgressDelegate> progress);
+
     std::istream& stream_;
 };
 } // namespace KelSDK::Triangles::IO

@@ -18,6 +18,12 @@ class IProgressDelegate;
 
 namespace KelSDK::Triangles::IO
 {
+namespace Detail
+{
+class BinaryFacetSink;
+}
+class MStlFileReader;
+
 class KELSDK_TRIANGLES_IO_EXPORT MStlFileReaderBinary
 {
 public:
@@ -61,6 +67,10 @@ public:
     static MStlReadResults ExtractHeaderInfo(const FileHeader& header);
 
 private:
+    friend class MStlFileReader;
+    // Read into any facet sink (the read driver's lean store).
+    ErrorCode _Read(FileHeader& header, Detail::BinaryFacetSink& sink,
+                    std::shared_ptr<KelSDK::Common::IProgressDelegate> progress);
     ErrorCode _DetermineCounts(std::vector<uint64_t>& counts, uint64_t& rest);
 
     std::istream& stream_;

@@ -15,9 +15,9 @@
 
 namespace KelSDK::Triangles::Data
 {
-// Raw memory for element blocks and other large working arrays, uninitialised. Large blocks are
-// backed by 2 MiB pages where the platform offers them, which makes filling fresh memory several
-// times cheaper than one page fault per 4 KiB. Throws std::bad_alloc when memory is exhausted.
+// Raw memory for element blocks and other large working arrays, uninitialised; large blocks are
+// mapped on their own and go back to the system when freed. Throws std::bad_alloc when memory is
+// exhausted.
 KELSDK_TRIANGLES_DATA_EXPORT void* MStlAllocateBlock(size_t bytes);
 // Frees memory from MStlAllocateBlock (bytes as requested); null is ignored.
 KELSDK_TRIANGLES_DATA_EXPORT void MStlFreeBlock(void* block, size_t bytes);
