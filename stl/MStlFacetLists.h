@@ -132,8 +132,9 @@ private:
 template <typename T> class LeanFacets
 {
 public:
-    // Facets per chunk: 9.4 MB of float or 18.9 MB of double coordinates.
-    static constexpr size_t ChunkFacets = size_t(1) << 18;
+    // Facets per chunk: a full chunk is a standard block, which mesh building can use again once it
+    // has consumed the chunk.
+    static constexpr size_t ChunkFacets = KelSDK::Triangles::Data::MStlStandardBlockBytes / (9 * sizeof(T));
     // Mesh building may overwrite the coordinates of a facet (36 bytes at least) with its three
     // corner records.
     static constexpr bool CanRewrite = true;

@@ -50,6 +50,8 @@ MStlReadResults MStlFileReader::GetResults()
 // one the lists would give: a float widens to the same double either way.
 bool MStlFileReader::Read(std::shared_ptr<KelSDK::Common::IProgressDelegate> progress)
 {
+    // The blocks of the store and of the corner records serve the mesh's own blocks afterwards.
+    const KelSDK::Triangles::Data::MStlBlockReuse reuse;
     std::ifstream file;
     std::istream* input = stream_;
     if (!fileName_.empty())

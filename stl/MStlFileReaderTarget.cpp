@@ -91,6 +91,8 @@ BuildResult BuildStandard(MStlBase& mesh, Source& source, const std::vector<std:
     // Create makes every triangle without a colour of its own, which is what a read without colours
     // asks for. With colours, the new triangles follow the ones the mesh had, in facet order; each
     // facet that was kept gives its colour to the next of them.
+    // Of the blocks the merge has freed, the mesh takes as many as its points and triangles fill.
+    MStlBlockReuse::KeepAtMost(merge.points.size() * sizeof(MStlPoint) + merge.triangles.size() * sizeof(MStlTriangle));
     const size_t before = mesh.NumberOfTriangles();
     mesh.Create(std::move(merge.points), std::move(merge.triangles), kept, &surfaces, nullptr, nullptr);
     if (!withColors)

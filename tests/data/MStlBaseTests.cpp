@@ -522,3 +522,73 @@ TEST(MStlBaseStandard, FindOrCreatePointByPointStaysExact)
         ASSERT_EQ(q[2], p->GetZ());
     }
 }
+
+// Standard blocks freed inside a reuse scope come back from the next allocation; larger mappings
+// are cut into standard blocks where the platform can free part of one; nothing stays kept after
+// the scope.
+TEST(MStlBlockReuse, FreedStandardBlocksServeTheNextAllocations)
+{
+    constexpr size_t block = MStlStandardBlockBytes;
+    {
+        const MStlBlockReuse scope;
+        void* first = MStlAllocateBlock(block);
+        MStlFreeBlock(first, block);
+        EXPECT_EQ(block, MStlBlockReuse::KeptBytes()) << "a freed standard block is kept";
+        void* again = MStlAllocateBlock(block);
+        EXPECT_EQ(first, again) << "the kept block is handed out again";
+        EXPECT_EQ(0u, MStlBlockReuse::KeptBytes()) << "and no longer kept";
+        MStlFreeBlock(again, block);
+        void* larger = MStlAllocateBlock(2 * block + block / 2);
+        MStlFreeBlock(larger, 2 * block + block / 2);
+#if defined(__linux__)
+        EXPECT_EQ(3 * block, MStlBlockReuse::KeptBytes()) << "two standard blocks cut from a larger mapping";
+#else
+        EXPECT_EQ(block, MStlBlockReuse::KeptBytes()) << "a larger block is freed whole";
+#endif
+        MStlBlockReuse::KeepAtMost(block + 1);
+        EXPECT_EQ(2 * block, MStlBlockReuse::KeptBytes()) << "what is kept is rounded up to whole blocks";
+        MStlFreeBlock(MStlAllocateBlock(block / 2), block / 2);
+        EXPECT_EQ(2 * block, MStlBlockReuse::KeptBytes()) << "other sizes are not kept";
+    }
+    EXPECT_EQ(0u, MStlBlockReuse::KeptBytes()) << "the end of the scope frees everything kept";
+    MStlFreeBlock(MStlAllocateBlock(block), block);
+    EXPECT_EQ(0u, MStlBlockReuse::KeptBytes()) << "without a scope nothing is kept";
+}
+
+// More points and triangles than one standard block holds: the runs continue across blocks.
+TEST(MStlBaseStandard, CreateAcrossStandardBlocks)
+{
+    const size_t side = 1300; // 1.69 million points, 0.8 million triangles of a strip
+    Points points;
+    points.reserve(side * side);
+    for (size_t y = 0; y < side; ++y)
+        for (size_t x = 0; x < side; ++x)
+            points.push_back({int(x), int(y), 0});
+    std::vector<std::array<uint32_t, 3>> triangles;
+    for (uint32_t i = 0; i + side + 1 < points.size() && triangles.size() < 800000; i += 2)
+        triangles.push_back({i, i + 1, i + uint32_t(side)});
+    const size_t count = triangles.size();
+    ASSERT_GT(points.size(), MStlBlockPool<MStlPoint>::PieceElements);
+    ASSERT_GT(count, MStlBlockPool<MStlTriangle>::PieceElements);
+    const std::vector<std::array<uint32_t, 3>> expected = triangles;
+    MStlBase stl;
+    std::vector<MStlPoint*> created;
+    std::vector<MStlTriangle*> made;
+    ASSERT_TRUE(stl.Create(points, std::move(triangles), {count}, nullptr, &created, &made));
+    size_t i = 0, wrong = 0;
+    for (MStlPoint* p = stl.GetPointList().GetFirstPoint(); p; p = p->GetNext(), ++i)
+        wrong += i >= created.size() || created[i] != p || p->GetX() != points[i][0] || p->GetY() != points[i][1];
+    EXPECT_EQ(points.size(), i) << "the point list runs over every block";
+    EXPECT_EQ(0u, wrong) << "points in input order with their positions";
+    EXPECT_EQ(created.back(), stl.GetPointList().FindPoint(int(side) - 1, int(side) - 1, 0)) << "sorted index";
+    size_t t = 0, wrongCorners = 0;
+    for (const MStlTriangle& triangle : stl.Triangles())
+    {
+        for (int k = 0; k < 3; ++k)
+            wrongCorners += triangle.GetPoint(k) != created[expected[t][k]];
+        wrongCorners += made[t] != &triangle || triangle.GetIndex() != t;
+        ++t;
+    }
+    EXPECT_EQ(count, t) << "triangles";
+    EXPECT_EQ(0u, wrongCorners) << "every triangle's corners, index and place in the created list";
+}

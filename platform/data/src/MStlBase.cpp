@@ -85,34 +85,48 @@ MStlPoint* MStlBase::CreatePoint(int x, int y, int z)
     return p;
 }
 
-MStlPoint* MStlBase::_AppendPointRun(std::vector<std::array<int, 3>>& points,
-                                     std::vector<MStlPoint*>* createdPoints)
+std::vector<MStlPoint*> MStlBase::_AppendPointRun(std::vector<std::array<int, 3>>& points,
+                                                  std::vector<MStlPoint*>* createdPoints)
 {
+    constexpr size_t piece = MStlBlockPool<MStlPoint>::PieceElements;
     const size_t n = points.size();
-    MStlPoint* base = nullptr;
-    if (n > 0)
-    {
-        base = points_.Reserve(n);
-        bool sorted = true;
-        for (size_t i = 0; i < n; ++i)
-        {
-            MStlPoint* p = new (base + i) MStlPoint(points[i][0], points[i][1], points[i][2]);
-            p->next_ = base + i + 1;
-            if (i > 0 && sorted && MStlPoint::LessZXY(*p, base[i - 1]))
-                sorted = false;
-        }
-        points = std::vector<std::array<int, 3>>();
-        points_.Commit(n);
-        pointList_._Append(base, base + n - 1, n);
-        pointList_._IndexNewPoints(base, n, sorted);
-    }
+    std::vector<MStlPoint*> runs;
     if (createdPoints)
-    {
         createdPoints->resize(n);
-        for (size_t i = 0; i < n; ++i)
-            (*createdPoints)[i] = base + i;
+    if (n == 0)
+        return runs;
+    bool sorted = true;
+    MStlPoint* first = nullptr;
+    MStlPoint* previous = nullptr;
+    for (size_t done = 0; done < n;)
+    {
+        const size_t count = std::min(piece, n - done);
+        MStlPoint* run = points_.Reserve(count);
+        runs.push_back(run);
+        for (size_t i = 0; i < count; ++i)
+        {
+            const std::array<int, 3>& c = points[done + i];
+            MStlPoint* p = new (run + i) MStlPoint(c[0], c[1], c[2]);
+            if (previous != nullptr)
+            {
+                previous->next_ = p;
+                sorted = sorted && !MStlPoint::LessZXY(*p, *previous);
+            }
+            else
+            {
+                first = p;
+            }
+            previous = p;
+            if (createdPoints)
+                (*createdPoints)[done + i] = p;
+        }
+        points_.Commit(count);
+        done += count;
     }
-    return base;
+    points = std::vector<std::array<int, 3>>();
+    pointList_._Append(first, previous, n);
+    pointList_._IndexNewPoints(first, n, sorted);
+    return runs;
 }
 
 bool MStlBase::CreatePoints(std::vector<std::array<int, 3>> points, std::vector<MStlPoint*>* createdPoints)
@@ -190,42 +204,48 @@ public:
         if (numTriangles > std::numeric_limits<uint32_t>::max() - firstTriangle)
             return false;
 
-        // Points: one contiguous run, so that input index i is base + i.
+        // Points in runs of whole pool blocks: input index i is in run i / piece.
         const size_t firstPoint = mesh.points_.Size();
-        MStlPoint* const base = mesh._AppendPointRun(points, createdPoints);
+        constexpr size_t piece = MStlBlockPool<MStlPoint>::PieceElements;
+        const std::vector<MStlPoint*> runs = mesh._AppendPointRun(points, createdPoints);
+        const auto point = [&runs](size_t i) { return runs[i / piece] + i % piece; };
 
-        // Triangles: one contiguous run in input order.
+        // Triangles in input order, in runs of whole pool blocks.
         if (createdTriangles)
         {
             createdTriangles->clear();
             createdTriangles->reserve(numTriangles);
         }
-        if (numTriangles > 0)
+        constexpr size_t trianglePiece = MStlBlockPool<MStlTriangle>::PieceElements;
+        size_t left = numTriangles, room = 0;
+        MStlTriangle* t = nullptr;
+        uint32_t index = static_cast<uint32_t>(firstTriangle);
+        for (size_t s = 0; s < lists.Count(); ++s)
         {
-            MStlTriangle* t = mesh.triangles_.Reserve(numTriangles);
-            uint32_t index = static_cast<uint32_t>(firstTriangle);
-            for (size_t s = 0; s < lists.Count(); ++s)
+            MStlSurface* surface = target[s];
+            std::vector<MStlTriangle*>& list = surface->triangles_;
+            const auto* c = lists.At(s);
+            const size_t n = lists.Size(s);
+            list.reserve(list.size() + n);
+            for (size_t i = 0; i < n; ++i, ++t, --room, --left)
             {
-                MStlSurface* surface = target[s];
-                std::vector<MStlTriangle*>& list = surface->triangles_;
-                const auto* c = lists.At(s);
-                const size_t n = lists.Size(s);
-                list.reserve(list.size() + n);
-                for (size_t i = 0; i < n; ++i, ++t)
+                if (room == 0)
                 {
-                    new (t) MStlTriangle();
-                    t->points_[0] = base + c[i][0];
-                    t->points_[1] = base + c[i][1];
-                    t->points_[2] = base + c[i][2];
-                    t->surface_ = surface;
-                    t->index_ = index++;
-                    list.push_back(t);
-                    if (createdTriangles)
-                        createdTriangles->push_back(t);
+                    room = std::min(trianglePiece, left);
+                    t = mesh.triangles_.Reserve(room);
+                    mesh.triangles_.Commit(room);
                 }
-                lists.Release(s);
+                new (t) MStlTriangle();
+                t->points_[0] = point(c[i][0]);
+                t->points_[1] = point(c[i][1]);
+                t->points_[2] = point(c[i][2]);
+                t->surface_ = surface;
+                t->index_ = index++;
+                list.push_back(t);
+                if (createdTriangles)
+                    createdTriangles->push_back(t);
             }
-            mesh.triangles_.Commit(numTriangles);
+            lists.Release(s);
         }
         mesh.validity_.InvalidateBoundingBox();
         if (numPoints > 0)

@@ -275,11 +275,11 @@ private:
     friend class MStlTextureList;
 
     void _NotifyTrianglesAdded(size_t first, size_t count);
-    // Places the points as one run at the end of the point store (input index i is the result
-    // + i), links and indexes them, frees the input and lists them in *createdPoints when given;
-    // nullptr for no points.
-    MStlPoint* _AppendPointRun(std::vector<std::array<int, 3>>& points,
-                               std::vector<MStlPoint*>* createdPoints);
+    // Places the points at the end of the point store in runs of whole pool blocks (input index i
+    // is result[i / MStlBlockPool<MStlPoint>::PieceElements] + i % PieceElements), links and indexes
+    // them, frees the input and lists them in *createdPoints when given.
+    std::vector<MStlPoint*> _AppendPointRun(std::vector<std::array<int, 3>>& points,
+                                            std::vector<MStlPoint*>* createdPoints);
     void _NotifyPointsAdded(size_t first, size_t count);
     void _NotifyGraphEdgesAdded(size_t first, size_t count);
     void _NotifyTextureRemoved(const MStlTexture* texture);

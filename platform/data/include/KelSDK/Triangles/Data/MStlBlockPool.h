@@ -22,6 +22,29 @@ KELSDK_TRIANGLES_DATA_EXPORT void* MStlAllocateBlock(size_t bytes);
 // Frees memory from MStlAllocateBlock (bytes as requested); null is ignored.
 KELSDK_TRIANGLES_DATA_EXPORT void MStlFreeBlock(void* block, size_t bytes);
 
+// The size of a standard block: large pools and the working memory of bulk operations are made of
+// blocks of this size, so that the blocks one step frees can serve the next (MStlBlockReuse).
+constexpr size_t MStlStandardBlockBytes = size_t(36) << 20;
+
+// While one of these lives (on any thread), standard blocks that are freed are kept and handed out
+// again by MStlAllocateBlock, and larger blocks are cut into standard blocks where the platform can
+// free part of a mapping; the kept blocks are freed when the last one ends. Memory used again this
+// way costs no page faults: bulk operations that free working memory and then build a mesh (STL
+// import) hold one for their whole run.
+class KELSDK_TRIANGLES_DATA_EXPORT MStlBlockReuse
+{
+public:
+    MStlBlockReuse();
+    ~MStlBlockReuse();
+    MStlBlockReuse(const MStlBlockReuse&) = delete;
+    MStlBlockReuse& operator=(const MStlBlockReuse&) = delete;
+
+    // Frees kept blocks until at most bytes are kept (what the next steps are known to need).
+    static void KeepAtMost(size_t bytes);
+    // Bytes kept for use again right now.
+    static size_t KeptBytes();
+};
+
 template <typename T> class MStlBlockPool
 {
     static_assert(std::is_trivially_destructible<T>::value, "pool elements are never destroyed one by one");
@@ -29,6 +52,9 @@ template <typename T> class MStlBlockPool
 public:
     // Elements per block when no larger run is requested.
     static constexpr size_t DefaultBlock = 65536;
+    // Elements of a standard block: bulk creation fills the pool in runs of this size, so that every
+    // block but the last is a standard block.
+    static constexpr size_t PieceElements = MStlStandardBlockBytes / sizeof(T);
 
     struct Block
     {
@@ -52,8 +78,10 @@ public:
     {
         if (blocks_.empty() || blocks_.back().capacity - blocks_.back().size < count)
         {
-            const size_t capacity = std::max(count, DefaultBlock);
-            T* data = static_cast<T*>(MStlAllocateBlock(capacity * sizeof(T)));
+            // A run of half a standard block or more gets a whole one.
+            const size_t capacity =
+                count >= PieceElements / 2 && count <= PieceElements ? PieceElements : std::max(count, DefaultBlock);
+            T* data = static_cast<T*>(MStlAllocateBlock(BlockBytes(capacity)));
             blocks_.push_back(Block{data, 0, capacity, size_});
             byAddress_.clear();
         }
@@ -110,7 +138,7 @@ public:
     void Clear()
     {
         for (Block& b : blocks_)
-            MStlFreeBlock(b.data, b.capacity * sizeof(T));
+            MStlFreeBlock(b.data, BlockBytes(b.capacity));
         blocks_.clear();
         byAddress_.clear();
         size_ = 0;
@@ -170,6 +198,12 @@ public:
     Iterator<T&> end() const { return Iterator<T&>(this, blocks_.size(), 0); }
 
 private:
+    // The bytes allocated for a block: a standard block for a whole piece.
+    static size_t BlockBytes(size_t capacity)
+    {
+        return capacity == PieceElements ? MStlStandardBlockBytes : capacity * sizeof(T);
+    }
+
     std::vector<Block> blocks_;
     mutable std::vector<size_t> byAddress_;
     size_t size_ = 0;
