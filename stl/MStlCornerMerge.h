@@ -47,6 +47,14 @@ public:
         return inside;
     }
     bool Map(const KelSDK::Math::point<double, 3>& corner, int32_t out[3]) const { return Map(corner.data(), out); }
+    // Corners that are grid coordinates already (mapped while they were read).
+    bool Map(const int32_t* corner, int32_t out[3]) const
+    {
+        out[0] = corner[0];
+        out[1] = corner[1];
+        out[2] = corner[2];
+        return true;
+    }
 
 private:
     const MStlReadTransformation& transformation_;
@@ -187,12 +195,12 @@ void MergeCorners(Source& source, uint64_t facetCount, const KelSDK::Math::bound
         const unsigned shift = buckets.shift;
         if constexpr (Source::CanRewrite)
         {
-            // The store's own box holds every corner that is not NaN, so with no NaN every corner
-            // maps into the layout: each facet's coordinates are overwritten with its three records
+            // The store's own box holds every corner that is not NaN, so with no NaN (and, for grid
+            // corners, none that failed to map) every corner maps into the layout: each facet's coordinates are overwritten with its three records
             // (12 bytes each, the size of three float corners), and the mapping is done once. The
             // chunks form a few groups with bucket sizes of their own, so that the groups can be
             // distributed into the buckets side by side, each from its own offsets.
-            if (!source.HasNaN())
+            if (source.EveryCornerInBox())
             {
                 const size_t chunks = source.ChunkCount();
                 const size_t groups = std::min<size_t>(chunks, kDistributionGroups);
@@ -315,6 +323,6 @@ void MergeCorners(Source& source, uint64_t facetCount, const KelSDK::Math::bound
             }
         });
     SortAndSweepWide(records, merge);
-    merge.overflow = overflow;
+    merge.overflow = overflow || source.AnyOutside();
 }
 } // namespace KelSDK::Triangles::IO::Detail

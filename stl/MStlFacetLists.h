@@ -15,11 +15,13 @@
 #include <KelSDK/Math/BoundingBox.h>
 #include <KelSDK/Triangles/Data/MStlBlockPool.h>
 #include <KelSDK/Triangles/IO/MStlFileTriangle.h>
+#include <KelSDK/Triangles/IO/MStlReadTransformation.h>
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
+#include <type_traits>
 #include <vector>
 
 namespace KelSDK::Triangles::IO::Detail
@@ -48,6 +50,8 @@ public:
     virtual void Reserve(size_t solid, uint64_t count) = 0;
     // Appends one facet to a solid.
     virtual void Append(size_t solid, const MStlFileTriangle& facet) = 0;
+    // False when the facets' normals are of no use: they are then checked but not converted.
+    virtual bool KeepsNormals() const { return true; }
 };
 
 // The caller's lists of MStlFileTriangle.
@@ -86,6 +90,8 @@ class ListFacets
 public:
     // The lists are the caller's: mesh building may not overwrite them.
     static constexpr bool CanRewrite = false;
+    // File coordinates, mapped by mesh building.
+    bool AnyOutside() const { return false; }
 
     explicit ListFacets(const std::vector<std::vector<MStlFileTriangle>>& solids) : solids_(solids) {}
 
@@ -97,6 +103,28 @@ public:
         for (const auto& solid : solids_)
             n += solid.size();
         return n;
+    }
+    // The box of every corner (NaN left out); the empty box (minimum +max, maximum -max) when there
+    // is no facet.
+    KelSDK::Math::boundingbox<double, 3> CornerBox() const
+    {
+        double lo[3], hi[3];
+        for (int a = 0; a < 3; ++a)
+        {
+            lo[a] = std::numeric_limits<double>::max();
+            hi[a] = std::numeric_limits<double>::lowest();
+        }
+        for (const auto& solid : solids_)
+            for (const MStlFileTriangle& facet : solid)
+                for (size_t k = 0; k < 3; ++k)
+                    for (size_t a = 0; a < 3; ++a)
+                    {
+                        const double v = facet.GetVertex(k)[a];
+                        lo[a] = v < lo[a] ? v : lo[a];
+                        hi[a] = v > hi[a] ? v : hi[a];
+                    }
+        return {KelSDK::Math::point<double, 3>(lo[0], lo[1], lo[2]),
+                KelSDK::Math::point<double, 3>(hi[0], hi[1], hi[2])};
     }
     // fn(const double* corners, uint16_t attribute) for every facet in order.
     template <typename Fn> void ForEachFacet(Fn&& fn) const
@@ -125,10 +153,12 @@ private:
     const std::vector<std::vector<MStlFileTriangle>>& solids_;
 };
 
-// The lean store: corner coordinates of type T (float or double) in chunks of up to ChunkFacets
-// facets, the attribute words in one list (kept only from the first that is not 0 on; the words
-// before it are 0), facet counts per solid, and the box of every corner, measured while the facets
-// arrive. Not copyable.
+// The lean store: the corners of every facet in chunks of up to ChunkFacets facets, as type T: float
+// or double file coordinates, or int32_t grid coordinates when the read transformation is known
+// before reading (then the corners are mapped while they arrive, as mesh building would map them).
+// Beside them: the attribute words in one list (kept only from the first that is not 0 on; the
+// words before it are 0), facet counts per solid, and the box of every corner in file coordinates,
+// measured while the facets arrive. Not copyable.
 template <typename T> class LeanFacets
 {
 public:
@@ -161,13 +191,11 @@ public:
     // input gets a small chunk.
     void Reserve(uint64_t count) { expected_ = count; }
 
-    // Appends a facet to a solid: nine coordinates in corner order and its attribute word.
-    void Append(size_t solid, const T* corners, uint16_t attribute)
+    // Takes the nine file coordinates of a facet into the box.
+    template <typename U> void Measure(const U* corners)
     {
-        T* slot = _Slot();
         for (int i = 0; i < 9; ++i)
         {
-            slot[i] = corners[i];
             const double v = corners[i];
             const int a = i % 3;
             // Comparisons with NaN are false: a NaN corner leaves the box as it was.
@@ -175,6 +203,13 @@ public:
             hi_[a] = v > hi_[a] ? v : hi_[a];
             hasNaN_ = hasNaN_ || v != v;
         }
+    }
+    // Appends a facet to a solid: nine coordinates in corner order and its attribute word.
+    void Store(size_t solid, const T* corners, uint16_t attribute)
+    {
+        T* slot = _Slot();
+        for (int i = 0; i < 9; ++i)
+            slot[i] = corners[i];
         if (attribute != 0 && attributes_.empty())
             attributes_.assign(static_cast<size_t>(count_), 0);
         if (!attributes_.empty() || attribute != 0)
@@ -182,12 +217,18 @@ public:
         ++solidSizes_[solid];
         ++count_;
     }
+    // Grid coordinates only: some corner could not be mapped into the integer range (its
+    // coordinates are the mapping's stand-ins).
+    void MarkOutside() { outside_ = true; }
 
     size_t SolidCount() const { return solidSizes_.size(); }
     uint64_t SolidSize(size_t solid) const { return solidSizes_[solid]; }
     uint64_t FacetCount() const { return count_; }
-    // True when some corner coordinate is NaN (and therefore missing from the box).
-    bool HasNaN() const { return hasNaN_; }
+    // True when every corner maps into a packed key layout planned from the box: grid corners all
+    // mapped; file coordinates without NaN (which the box leaves out).
+    bool EveryCornerInBox() const { return std::is_same<T, int32_t>::value ? !outside_ : !hasNaN_; }
+    // Grid coordinates only: some corner could not be mapped into the integer range.
+    bool AnyOutside() const { return outside_; }
     // The box of every corner appended (empty when there is none).
     KelSDK::Math::boundingbox<double, 3> CornerBox() const
     {
@@ -293,6 +334,7 @@ private:
     double lo_[3];
     double hi_[3];
     bool hasNaN_ = false;
+    bool outside_ = false;
 };
 
 // Binary facets into the lean store, as float (the normals are not kept).
@@ -309,7 +351,8 @@ public:
             float corners[9];
             for (int j = 0; j < 9; ++j)
                 corners[j] = LoadF32(facets + 12 + 4 * j);
-            facets_.Append(solid, corners, static_cast<uint16_t>(facets[48] | (facets[49] << 8)));
+            facets_.Measure(corners);
+            facets_.Store(solid, corners, static_cast<uint16_t>(facets[48] | (facets[49] << 8)));
         }
     }
 
@@ -317,23 +360,61 @@ private:
     LeanFacets<float>& facets_;
 };
 
-// Text facets into the lean store, as double (the normals are not kept).
+// Text facets into the lean store, as double (the normals are neither kept nor converted).
 class LeanTextSink final : public TextFacetSink
 {
 public:
     explicit LeanTextSink(LeanFacets<double>& facets) : facets_(facets) {}
     size_t AddSolid() override { return facets_.AddSolid(); }
     void Reserve(size_t, uint64_t count) override { facets_.Reserve(count); }
+    bool KeepsNormals() const override { return false; }
     void Append(size_t solid, const MStlFileTriangle& facet) override
     {
         double corners[9];
         for (size_t k = 0; k < 3; ++k)
             for (size_t a = 0; a < 3; ++a)
                 corners[3 * k + a] = facet.GetVertex(k)[a];
-        facets_.Append(solid, corners, facet.GetAttribute());
+        facets_.Measure(corners);
+        facets_.Store(solid, corners, facet.GetAttribute());
     }
 
 private:
     LeanFacets<double>& facets_;
+};
+
+// Text facets into the lean store, mapped onto the grid with a transformation known before reading
+// (the normals are neither kept nor converted).
+class LeanGridSink final : public TextFacetSink
+{
+public:
+    LeanGridSink(LeanFacets<int32_t>& facets, const MStlReadTransformation& transformation)
+        : facets_(facets), transformation_(transformation)
+    {
+    }
+    size_t AddSolid() override { return facets_.AddSolid(); }
+    void Reserve(size_t, uint64_t count) override { facets_.Reserve(count); }
+    bool KeepsNormals() const override { return false; }
+    void Append(size_t solid, const MStlFileTriangle& facet) override
+    {
+        int32_t grid[9];
+        double corners[9];
+        for (size_t k = 0; k < 3; ++k)
+        {
+            KelSDK::Math::point<int, 3> g;
+            if (!transformation_.Transform(facet.GetVertex(k), g))
+                facets_.MarkOutside();
+            for (size_t a = 0; a < 3; ++a)
+            {
+                grid[3 * k + a] = g[a];
+                corners[3 * k + a] = facet.GetVertex(k)[a];
+            }
+        }
+        facets_.Measure(corners);
+        facets_.Store(solid, grid, facet.GetAttribute());
+    }
+
+private:
+    LeanFacets<int32_t>& facets_;
+    const MStlReadTransformation& transformation_;
 };
 } // namespace KelSDK::Triangles::IO::Detail

@@ -65,6 +65,16 @@ bool MStlFileReader::Read(std::shared_ptr<KelSDK::Common::IProgressDelegate> pro
     const bool ascii =
         fileName_.empty() ? StlFileUtilities::IsAscii(*input) : StlFileUtilities::IsAscii(fileName_);
     std::vector<std::string> names;
+    if (ascii && options_.transformationMode != 1 && options_.transformationMode != 2)
+    {
+        // The transformation does not depend on the box: the corners are mapped as they come.
+        const MStlReadTransformation known(point<double, 3>(0.0, 0.0, 0.0), options_.scale);
+        Detail::LeanFacets<int32_t> facets;
+        Detail::LeanGridSink sink(facets, known);
+        if (MStlFileReaderAscii(*input)._Read(sink, names, progress) != 0)
+            return false;
+        return _Build(facets, names, true);
+    }
     if (ascii)
     {
         Detail::LeanFacets<double> facets;

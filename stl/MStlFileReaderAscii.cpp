@@ -1,5 +1,6 @@
 #include "MStlFacetLists.h"
 #include "MStlFileTriangleAscii.h"
+#include "MStlTextScan.h"
 
 #include <KelSDK/Common/Progress.h>
 #include <KelSDK/Triangles/IO/MStlFileReaderAscii.h>
@@ -33,7 +34,7 @@ public:
         : stream_(stream), source_(stream.rdbuf()),
           capacity_(
               static_cast<std::size_t>(std::min<uint64_t>(std::max<uint64_t>(remaining, 4096), kChunkSize))),
-          buffer_(new char[capacity_ + 1])
+          buffer_(new char[capacity_ + 1 + Detail::kScanPadding]())
     {
         failed_ = source_ == nullptr || !stream.good();
         handBack_ = !failed_;
@@ -82,8 +83,7 @@ public:
         for (;;)
         {
             data[end_] = 'x';
-            while (Detail::IsStlSpace(static_cast<unsigned char>(data[cursor_])))
-                ++cursor_;
+            cursor_ = static_cast<std::size_t>(Detail::SkipBlanks(data + cursor_) - data);
             if (cursor_ < end_)
                 break;
             if (_Refill(cursor_) == 0)
@@ -97,8 +97,7 @@ public:
         {
             char* const text = buffer_.get();
             text[end_] = ' ';
-            while (!Detail::IsStlSpace(static_cast<unsigned char>(text[cursor_])))
-                ++cursor_;
+            cursor_ = static_cast<std::size_t>(Detail::SkipToken(text + cursor_) - text);
             if (cursor_ < end_)
                 break;
             // The token runs to the end of the buffered data: keep it and fetch more behind it.
@@ -157,7 +156,7 @@ private:
         if (end_ == capacity_)
         {
             // One token fills the whole buffer: grow it, in proportion to the bytes already read.
-            std::unique_ptr<char[]> larger(new char[capacity_ * 2 + 1]);
+            std::unique_ptr<char[]> larger(new char[capacity_ * 2 + 1 + Detail::kScanPadding]());
             std::memcpy(larger.get(), buffer_.get(), end_);
             buffer_ = std::move(larger);
             capacity_ *= 2;
@@ -255,6 +254,7 @@ MStlFileReaderAscii::EReturnCode MStlFileReaderAscii::_Read(Detail::TextFacetSin
         progress, "KelSDK.Triangles.Data.MStlFileReader._ReadAllTriangles", expected, false);
 
     BufferedTokens tokens(stream_, remaining);
+    const bool keepNormals = sink.KeepsNormals();
     std::string currentName;
     bool foundSolid = false;
     bool reserved = false;
@@ -279,7 +279,8 @@ MStlFileReaderAscii::EReturnCode MStlFileReaderAscii::_Read(Detail::TextFacetSin
         {
             ++reporter;
             facet.SetNormal(MStlFileTriangle::Point());
-            if (!tokens.Good() || !Detail::ParseAsciiFacet(tokens, facet, currentName))
+            if (!tokens.Good() || !(keepNormals ? Detail::ParseAsciiFacet<true>(tokens, facet, currentName)
+                                                : Detail::ParseAsciiFacet<false>(tokens, facet, currentName)))
                 break;
             sink.Append(solid, facet);
         }

@@ -1,5 +1,4 @@
 #include "MStlCornerMerge.h"
-#include "MStlFacetBox.h"
 #include "MStlMeshBuilding.h"
 
 #include <KelSDK/Common/StringConversion.h>
@@ -73,7 +72,7 @@ BuildResult BuildStandard(MStlBase& mesh, Source& source, const std::vector<std:
     if (withColors)
         degenerate.assign(static_cast<size_t>((facetCount + 31) / 32), 0);
     CornerMerge merge;
-    MergeCorners(source, facetCount, cornerBox ? *cornerBox : MeasureFacetCorners(source), GridMapper(transformation),
+    MergeCorners(source, facetCount, cornerBox ? *cornerBox : source.CornerBox(), GridMapper(transformation),
                  merge);
     result.overflow = merge.overflow;
     const std::vector<size_t> kept = KeepProperTriangles(source, merge, withColors ? &degenerate : nullptr);
@@ -144,7 +143,7 @@ bool FeedStore(const Source& source, const GridMapper& mapper, AddVertex addVert
             }
             addFacet(v, attribute);
         });
-    return overflow;
+    return overflow || source.AnyOutside();
 }
 
 template <class Source>
@@ -245,6 +244,9 @@ template BuildResult BuildMesh<LeanFacets<float>>(MStlBase&, LeanFacets<float>&,
 template BuildResult BuildMesh<LeanFacets<double>>(MStlBase&, LeanFacets<double>&, const std::vector<std::string>&,
                                                    const MStlReadTransformation&, bool,
                                                    const KelSDK::Math::boundingbox<double, 3>*);
+template BuildResult BuildMesh<LeanFacets<int32_t>>(MStlBase&, LeanFacets<int32_t>&, const std::vector<std::string>&,
+                                                    const MStlReadTransformation&, bool,
+                                                    const KelSDK::Math::boundingbox<double, 3>*);
 } // namespace Detail
 
 void MStlFileReaderTarget::Convert(MStlBase& mesh, const std::vector<std::vector<MStlFileTriangle>>& solids,

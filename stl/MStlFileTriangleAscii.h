@@ -53,6 +53,41 @@ inline double ConvertNumber(std::string_view token)
     return value;
 }
 
+// True for a token of the plain decimal form -?(d+(.d*)?|.d+)([eE][+-]?d+)?, which ConvertNumber
+// always accepts; it answers without converting, for numbers that are read only to be checked.
+inline bool IsPlainDecimal(std::string_view token)
+{
+    const char* p = token.data();
+    const char* const end = p + token.size();
+    const auto digits = [&p, end]()
+    {
+        const char* start = p;
+        while (p != end && *p >= '0' && *p <= '9')
+            ++p;
+        return p != start;
+    };
+    if (p != end && *p == '-')
+        ++p;
+    const bool whole = digits();
+    bool fraction = false;
+    if (p != end && *p == '.')
+    {
+        ++p;
+        fraction = digits();
+    }
+    if (!whole && !fraction)
+        return false;
+    if (p != end && (*p == 'e' || *p == 'E'))
+    {
+        ++p;
+        if (p != end && (*p == '+' || *p == '-'))
+            ++p;
+        if (!digits())
+            return false;
+    }
+    return p == end;
+}
+
 // Reads the next facet of the solid called solidName from tokens into facet.
 //
 // Tokens provides bool Next(std::string_view&) (false when no further token exists) and
@@ -71,7 +106,8 @@ inline double ConvertNumber(std::string_view token)
 // wild were read that way, and counts must stay as they always were.
 // Returns false at the end of the input, at "endsolid solidName" (name compared exactly) and for a
 // facet with a non-finite corner; throws std::runtime_error("Can't convert double") on a bad number.
-template <class Tokens>
+// Without keepNormal the normal is only checked, and facet keeps the one it had.
+template <bool keepNormal = true, class Tokens>
 bool ParseAsciiFacet(Tokens& tokens, MStlFileTriangle& facet, std::string_view solidName)
 {
     std::string_view token;
@@ -105,9 +141,13 @@ bool ParseAsciiFacet(Tokens& tokens, MStlFileTriangle& facet, std::string_view s
         {
             if (!tokens.Next(token))
                 return false;
-            p[axis] = ConvertNumber(token);
+            if (keepNormal)
+                p[axis] = ConvertNumber(token);
+            else if (!IsPlainDecimal(token))
+                ConvertNumber(token);
         }
-        facet.SetNormal(p);
+        if (keepNormal)
+            facet.SetNormal(p);
     }
 
     const auto skipTo = [&tokens, &token](std::string_view keyword)

@@ -43,4 +43,8 @@ extern template BuildResult
 BuildMesh<LeanFacets<double>>(KelSDK::Triangles::Data::MStlBase&, LeanFacets<double>&,
                               const std::vector<std::string>&, const MStlReadTransformation&, bool,
                               const KelSDK::Math::boundingbox<double, 3>*);
+extern template BuildResult
+BuildMesh<LeanFacets<int32_t>>(KelSDK::Triangles::Data::MStlBase&, LeanFacets<int32_t>&,
+                               const std::vector<std::string>&, const MStlReadTransformation&, bool,
+                               const KelSDK::Math::boundingbox<double, 3>*);
 } // namespace KelSDK::Triangles::IO::Detail

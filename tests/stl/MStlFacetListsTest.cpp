@@ -12,6 +12,7 @@
 #include <cstring>
 #include <limits>
 #include <random>
+#include <tuple>
 
 using namespace StlBuildTest;
 using P3 = KelSDK::Math::point<double, 3>;
@@ -260,6 +261,10 @@ TEST(MStlFacetLists, LeanReadOfRandomFilesBuildsTheMeshOfTheFacetLists)
         {"ASCII, infinite corners end their solids", false, {400, 2, false, true}, plain},
         {"ASCII, many buckets", false, {30000, 1, false, false, false, 0.1, true}, plain},
         {"ASCII, terse facets in several chunks", false, {20000, 1, false, false, false, 0.5, false, true}, plain},
+        {"ASCII, terse facets, suggested transformation", false, {20000, 2, false, false, false, 0.5, true, true},
+         suggested},
+        {"ASCII, corners beyond the grid", false, {600, 1, false, false, true}, plain},
+        {"ASCII, corners beyond the grid, suggested transformation", false, {600, 1, false, false, true}, suggested},
     };
     uint32_t seed = 1;
     for (const Row& row : rows)
@@ -268,5 +273,36 @@ TEST(MStlFacetLists, LeanReadOfRandomFilesBuildsTheMeshOfTheFacetLists)
         const std::filesystem::path path = dir.File("random.stl");
         WriteFile(path, row.binary ? RandomBinary(seed++, row.mix) : RandomAscii(seed++, row.mix));
         ExpectSameBothWays(path, row.options);
+    }
+}
+
+// The driver does not keep the normals of text facets, but still checks every normal as a number.
+TEST(MStlFacetLists, LeanTextReadChecksNormalsItDoesNotKeep)
+{
+    const TempDir dir;
+    const std::tuple<const char*, bool> rows[] = {
+        {"0.5", true},   {"-7", true},    {"1e5", true},  {"-.25E-3", true}, {"3.", true},  {"+1", true},
+        {"inf", true},   {"0x1p3", true}, {"1e999", true}, {"1e", false},     {"--1", false}, {"1.2.3", false},
+        {".", false},    {"e5", false},   {"0x", false},  {"1e+", false},    {"-", false},  {"five", false},
+    };
+    for (const auto& [normal, accepted] : rows)
+    {
+        SCOPED_TRACE(normal);
+        const std::filesystem::path path = dir.File("normal.stl");
+        WriteFile(path, std::string("solid n\nfacet normal 0 ") + normal +
+                            " 1\nouter loop\nvertex 0 0 0\nvertex 1 0 0\nvertex 0 1 0\nendloop\nendfacet\nendsolid n\n");
+        MStlBase mesh;
+        bool threw = false;
+        try
+        {
+            EXPECT_TRUE(MStlBaseFileUtilities::ReadStlMM(&mesh, path.wstring()));
+        }
+        catch (const std::runtime_error& e)
+        {
+            threw = true;
+            EXPECT_STREQ("Can't convert double", e.what());
+        }
+        EXPECT_EQ(!accepted, threw) << "a normal that is no number throws";
+        EXPECT_EQ(accepted ? 1u : 0u, mesh.NumberOfTriangles()) << "the facet of an accepted normal is read";
     }
 }
