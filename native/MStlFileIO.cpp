@@ -13,6 +13,7 @@
 //   registered points section (switch), masks section (switch), face group section
 //   plug-in block: u8 194, u32 count, per section: wide name (u32 UTF-16 unit count + units),
 //                  u32 absolute end position, payload; u8 195
+#include "../plugins/BuiltinPlugins.h"
 #include "NativeSections.h"
 
 #include <KelSDK/Common/Progress.h>
@@ -49,7 +50,10 @@ unsigned char WidthForExtent(uint64_t extent)
 }
 } // namespace
 
-MStlFileIO::MStlFileIO() : maps_(std::make_unique<MReferenceMaps>()) {}
+MStlFileIO::MStlFileIO() : maps_(std::make_unique<MReferenceMaps>())
+{
+    EnsureBuiltinPlugins();
+}
 
 MStlFileIO::~MStlFileIO() = default;
 
@@ -168,6 +172,19 @@ uint64_t MStlFileIO::_Remaining() const
 {
     const int64_t remaining = file_->GetRemaining();
     return remaining > 0 ? static_cast<uint64_t>(remaining) : 0;
+}
+
+uint64_t MStlFileIO::GetPluginBytesLeft() const
+{
+    if (file_ == nullptr)
+        return 0;
+    const uint64_t inFile = _Remaining();
+    if (pluginSectionEnd_ < 0)
+        return inFile;
+    const int64_t position = file_->Tell();
+    const uint64_t inSection =
+        position < pluginSectionEnd_ ? static_cast<uint64_t>(pluginSectionEnd_ - position) : 0;
+    return std::min(inSection, inFile);
 }
 
 // ---- header and info block ----
@@ -395,6 +412,8 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadPlugins(MStlBase& mesh)
             if (std::wcslen(pluginName) == name.size() &&
                 std::wmemcmp(pluginName, name.data(), name.size()) == 0)
             {
+                pluginSectionEnd_ = static_cast<int64_t>(end);
+                auto leaveSection = MakeScopeExit([this] { pluginSectionEnd_ = -1; });
                 plugin->LoadData(&mesh, this);
                 break;
             }

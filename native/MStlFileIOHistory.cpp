@@ -9,50 +9,59 @@ namespace KelSDK::Triangles::IO
 {
 using namespace KelSDK::Triangles::Data;
 
-// History, oldest entry first:
-//   u8 50 | u32 entry count | per entry: wide operation, wide parameters, i64 time (seconds
-//   since 1970-01-01 UTC), wide user | u8 51
-// Loading replaces the history of the mesh.
-MStlFileIO::MErrorCode MStlFileIO::_SaveStlHistory(MStlBase& mesh)
+void WriteHistoryRecord(KelSDK::FileIO::MFile& file, const MHistory& history)
 {
-    SaveTag(NativeTags::kHistoryBegin);
-    const MHistory& history = mesh.GetHistory();
+    const unsigned char begin = NativeTags::kHistoryBegin, end = NativeTags::kHistoryEnd;
+    file.WRITE(&begin, 1);
     const uint32_t count = static_cast<uint32_t>(history.GetNumEntries());
-    file_->WRITE(&count, 1);
+    file.WRITE(&count, 1);
     for (const MHistoryEntry& entry : history.Entries())
     {
-        file_->WRITE_STRING_RAW(entry.operation.c_str());
-        file_->WRITE_STRING_RAW(entry.parameters.c_str());
+        file.WRITE_STRING_RAW(entry.operation.c_str());
+        file.WRITE_STRING_RAW(entry.parameters.c_str());
         const int64_t time = entry.time;
-        file_->WRITE(&time, 1);
-        file_->WRITE_STRING_RAW(entry.user.c_str());
+        file.WRITE(&time, 1);
+        file.WRITE_STRING_RAW(entry.user.c_str());
     }
-    SaveTag(NativeTags::kHistoryEnd);
-    return eStlFileIOSuccess;
+    file.WRITE(&end, 1);
 }
 
-MStlFileIO::MErrorCode MStlFileIO::_LoadStlHistory(MStlBase& mesh)
+bool ReadHistoryRecord(KelSDK::FileIO::MFile& file, MHistory& history, uint64_t bytesLeft)
 {
-    if (LoadTag(NativeTags::kHistoryBegin) != eStlFileIOSuccess)
-        return lastError_;
+    const int64_t start = file.Tell();
+    const auto used = [&file, start] { return static_cast<uint64_t>(file.Tell() - start); };
+    unsigned char tag = 0;
     uint32_t count = 0;
-    file_->READ(&count, 1);
-    // An entry takes at least 20 bytes (three string lengths and the time).
-    if (_FileFailed() || count > _Remaining() / 20)
-        return _SetError(eStlFileIOBadFormat);
-    MHistory& history = mesh.GetHistory();
+    // A record takes at least 6 bytes (two tags and the count), an entry at least 20 (three
+    // string lengths and the time).
+    if (bytesLeft < 6 || !file.READ(&tag, 1) || tag != NativeTags::kHistoryBegin || !file.READ(&count, 1) ||
+        count > (bytesLeft - 6) / 20)
+        return false;
     history.Clear();
     for (uint32_t i = 0; i < count; ++i)
     {
         MHistoryEntry entry;
         int64_t time = 0;
-        if (!file_->READ_STRING_RAW(entry.operation) || !file_->READ_STRING_RAW(entry.parameters) ||
-            !file_->READ(&time, 1) || !file_->READ_STRING_RAW(entry.user))
-            return _SetError(eStlFileIOBadFormat);
+        if (!file.READ_STRING_RAW(entry.operation) || !file.READ_STRING_RAW(entry.parameters) ||
+            !file.READ(&time, 1) || !file.READ_STRING_RAW(entry.user) || used() > bytesLeft)
+            return false;
         entry.time = time;
         history.AddEntry(std::move(entry));
     }
-    return _SetError(LoadTag(NativeTags::kHistoryEnd));
+    return used() < bytesLeft && file.READ(&tag, 1) && tag == NativeTags::kHistoryEnd;
+}
+
+MStlFileIO::MErrorCode MStlFileIO::_SaveStlHistory(MStlBase& mesh)
+{
+    WriteHistoryRecord(*file_, mesh.GetHistory());
+    return eStlFileIOSuccess;
+}
+
+MStlFileIO::MErrorCode MStlFileIO::_LoadStlHistory(MStlBase& mesh)
+{
+    if (!ReadHistoryRecord(*file_, mesh.GetHistory(), _Remaining()))
+        return _SetError(eStlFileIOBadFormat);
+    return eStlFileIOSuccess;
 }
 
 // Registered points:

@@ -1,6 +1,7 @@
 // Internal helpers shared by the section readers and writers of the native mesh format.
 #pragma once
 
+#include <KelSDK/FileIO/MFile.h>
 #include <KelSDK/Triangles/Data/MStlBase.h>
 #include <KelSDK/Triangles/IO/MStlFileIO.h>
 
@@ -140,6 +141,17 @@ inline KelSDK::Triangles::Data::MStlColor DecodeColor(uint32_t word)
     return (word & 0x01000000u) != 0 ? KelSDK::Triangles::Data::MStlColor(word & 0xFFFFFFu)
                                      : KelSDK::Triangles::Data::MStlColor();
 }
+
+// History record, oldest entry first:
+//   u8 50 | u32 entry count | per entry: wide operation, wide parameters, i64 time (seconds
+//   since 1970-01-01 UTC), wide user | u8 51
+// The mesh's history section and the histories inside identity cards use it alike.
+void WriteHistoryRecord(KelSDK::FileIO::MFile& file, const KelSDK::Triangles::Data::MHistory& history);
+// Reads a history record into history (replacing its entries), reading at most bytesLeft bytes.
+// False on a wrong tag, a count the bytes cannot hold or a cut record (history then holds the
+// entries read so far).
+bool ReadHistoryRecord(KelSDK::FileIO::MFile& file, KelSDK::Triangles::Data::MHistory& history,
+                       uint64_t bytesLeft);
 
 // Packs value into its width low bytes at dst, least significant first.
 inline void PackValue(unsigned char* dst, uint32_t value, unsigned width)

@@ -33,7 +33,7 @@ TEST(NativeGolden, EmptyMeshWithAllSwitchesOffAndWithDefaults)
     off.header().raw({0, 0, 1, 0, 0, 0, 0, 0, 0, 0}); // info block: only "mesh present"
     EmptyProperties(off).u8(2).str("Standard");
     off.u8(48).u32(0).u8(49).u8(3);       // graph feature, always present
-    off.raw({202, 0, 203}).pluginBlock(); // face groups, absent
+    off.raw({202, 0, 203}).pluginBlock(mesh); // face groups, absent
     EXPECT_EQ(off.bytes, SaveToBytes(mesh, kAllOff, &code));
     EXPECT_EQ(eStlFileIOSuccess, code);
 
@@ -48,7 +48,7 @@ TEST(NativeGolden, EmptyMeshWithAllSwitchesOffAndWithDefaults)
     defaults.u8(44).u32(0).u8(45).u8(48).u32(0).u8(49); // curve list, graph feature
     defaults.u8(18).u32(0xFF808080u).u32(0).f32(0.0f).u32(0).u8(19).u8(3); // material
     defaults.u8(52).u32(0).u8(53).raw({54, 0, 0, 55}); // registered points; no triangle or vertex mask
-    defaults.raw({202, 0, 203}).pluginBlock();
+    defaults.raw({202, 0, 203}).pluginBlock(mesh);
     EXPECT_EQ(defaults.bytes, SaveToBytes(mesh));
 }
 
@@ -87,7 +87,7 @@ TEST(NativeGolden, PointListAtEveryWidth)
                 e.i32(std::min(c.a[axis], c.b[axis])).i32(std::max(c.a[axis], c.b[axis]));
             e.u8(c.width).u64(2).u8(1).u64(0).u8(1).u8(2).str("Standard").u8(1).u8(8).raw(c.packed);
             (userDefined ? e.u64(1).u64(1) : e.u64(0)).u8(9);
-            e.u8(48).u32(0).u8(49).u8(3).raw({202, 0, 203}).pluginBlock();
+            e.u8(48).u32(0).u8(49).u8(3).raw({202, 0, 203}).pluginBlock(mesh);
             EXPECT_EQ(e.bytes, bytes);
 
             MStlBase loaded;

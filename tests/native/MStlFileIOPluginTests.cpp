@@ -22,12 +22,14 @@ TEST(NativePlugins, UnknownSectionsShortReadsBadEndPositionsAndCounts)
     // TS after the skipped section read 2 of its 6 bytes; the block still ends correctly.
     EXPECT_EQ(1, Plugins().shortReader.loadCount);
     EXPECT_EQ((Bytes{0x51, 0x52}), Plugins().shortReader.loaded);
-    EXPECT_EQ((std::vector<std::wstring>{L"TB", L"TX", L"TS"}), io.GetLoadedPluginSections());
+    EXPECT_EQ((std::vector<std::wstring>{L"ElementInfo", L"StlTextures", L"RevisionInfo", L"SurfaceZones",
+                                         L"UVMapList", L"TB", L"TX", L"TS"}),
+              io.GetLoadedPluginSections());
 
     // Bad end positions and counts.
     const Bytes good = StandardFile();
     const size_t block = good.size() - PluginBlockSize();
-    const size_t end = block + 5 + 4 + 4; // end position of TB, right after its name
+    const size_t end = block + 5 + 4 + 2 * 11; // end position of the first section, "ElementInfo"
     const struct
     {
         const char* what;
@@ -79,7 +81,9 @@ TEST(NativePlugins, FileHelpersAndSaveLoadThroughARealFile)
     EXPECT_FALSE(MStlFileIO::IsNativeFile(missing));
     std::vector<std::wstring> sections;
     EXPECT_EQ(eStlFileIOSuccess, MStlFileIO::ListPluginSections(native, sections));
-    EXPECT_EQ((std::vector<std::wstring>{L"TB", L"TA", L"TS"}), sections);
+    EXPECT_EQ((std::vector<std::wstring>{L"ElementInfo", L"StlTextures", L"RevisionInfo", L"SurfaceZones",
+                                         L"UVMapList", L"TB", L"TA", L"TS"}),
+              sections);
     EXPECT_EQ(eStlFileIOFileNotOpen, MStlFileIO::ListPluginSections(missing, sections));
     {
         KelSDK::FileIO::MFile g; // a text STL file is not native

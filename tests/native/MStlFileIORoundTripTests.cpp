@@ -7,39 +7,6 @@ using namespace NativeTest;
 
 namespace
 {
-// Compact or OnDisk kind through the uniform store interface, with one duplicate position
-// (vertex sharing off) and graph edges where the kind has them.
-void BuildHybrid(MStlBase& mesh, MStlHybridState kind)
-{
-    MStlHybrid& h = mesh.GetStlHybrid();
-    ASSERT_TRUE(h.SetState(kind));
-    h.SetVerticesShared(false);
-    MStlSurface* second = mesh.AddSurface();
-    second->SetName(L"second");
-    ASSERT_TRUE(h.StartAddingVertices());
-    for (const auto& v :
-         {std::array<int, 3>{0, 0, 0}, {100000, 0, 0}, {0, 10, -7}, {10, 10, 5}, {20, 0, 5}, {0, 0, 0}})
-        h.AddVertex(v[0], v[1], v[2]);
-    const std::pair<MStlSurface*, std::array<unsigned, 3>> triangles[] = {
-        {nullptr, {0, 1, 2}}, {nullptr, {1, 4, 3}}, {second, {1, 3, 2}}, {nullptr, {5, 4, 1}}};
-    for (const auto& t : triangles)
-    {
-        ASSERT_TRUE(h.StartAddingTriangles(t.first));
-        h.AddTriangle(t.second[0], t.second[1], t.second[2]);
-    }
-    ASSERT_TRUE(h.StartAddingTriangleColors());
-    for (const MStlColor& c : {MStlColor(0xFF0000u), MStlColor(), MStlColor(0u), MStlColor(0x00ABCDEFu)})
-        h.AddColor(c);
-    ASSERT_TRUE(h.Close());
-    h.UpdateParentBoundingBox();
-    if (kind == eStlCompact)
-    {
-        h.GetStlCompact()->AddEdge(0, 4);
-        h.GetStlCompact()->AddEdge(5, 5);
-    }
-    AddCommonParts(mesh);
-}
-
 // Compares geometry, colours, surfaces, face groups and user-defined marks.
 void ExpectSameMesh(const MStlBase& a, const MStlBase& b)
 {

@@ -3,6 +3,7 @@
 
 #include <KelSDK/FileIO/MFile.h>
 #include <KelSDK/Triangles/Data/MStlBase.h>
+#include <KelSDK/Triangles/Data/MStlRevisionSystem.h>
 #include <KelSDK/Triangles/IO/MStlFileIO.h>
 #include <KelSDK/Triangles/IO/MStlFileIOPlugin.h>
 
@@ -93,12 +94,18 @@ struct ByteBuilder
         std::memcpy(&v, &f, 4);
         return u32(v);
     }
+    ByteBuilder& f64(double d)
+    {
+        uint64_t v = 0;
+        std::memcpy(&v, &d, 8);
+        return u64(v);
+    }
     // Narrow string: u32 byte count and the bytes.
     ByteBuilder& str(const std::string& s)
     {
         return u32(static_cast<uint32_t>(s.size())).raw(Bytes(s.begin(), s.end()));
     }
-    // Wide string of ASCII characters: u32 unit count and UTF-16LE units.
+    // Wide string of Latin-1 characters: u32 unit count and UTF-16LE units.
     ByteBuilder& wstr(const std::string& s)
     {
         u32(static_cast<uint32_t>(s.size()));
@@ -108,12 +115,28 @@ struct ByteBuilder
     }
     // Header: 0, the magic, 1.
     ByteBuilder& header() { return u8(0).str("KelvinstoneStlFormat_Version_06_00").u8(1); }
-    // The plug-in block of the test registry, starting at the current size.
-    ByteBuilder& pluginBlock()
+    // The identity card record of a card without parents, its history left out.
+    ByteBuilder& card(const MStlRevisionSystem::MIDCard& c)
     {
-        u8(194).u32(3).section("TB", {}).section("TA", {0xA1, 0xA2, 0xA3, 0xA4});
+        i32(1).u32(0).wstr(Narrow(c.GetGlobalID().GetString(true, true)));
+        u32(c.GetRevision().GetNumber()).wstr(Narrow(c.GetRevision().GetString(true, true)));
+        return u8(c.RevisionUpToDate()).u8(0).u32(0).u32(0);
+    }
+    // The plug-in block, starting at the current size, for a mesh whose only attachment is the
+    // identity card: the built-in sections, then those of the test registry.
+    ByteBuilder& pluginBlock(const MStlRevisionSystem::MIDCard& meshCard = MStlRevisionSystem::MIDCard())
+    {
+        u8(194).u32(8).section("ElementInfo", {0}).section("StlTextures", {0, 0, 0, 0, 0, 0, 0, 0});
+        section("RevisionInfo", ByteBuilder().card(meshCard).bytes).section("SurfaceZones", {0});
+        section("UVMapList", {0}).section("TB", {}).section("TA", {0xA1, 0xA2, 0xA3, 0xA4});
         return section("TS", {0x51, 0x52, 0x53, 0x54, 0x55, 0x56}).u8(195);
     }
+    // The plug-in block of a mesh, making its identity card when it has none.
+    ByteBuilder& pluginBlock(const MStlBase& mesh)
+    {
+        return pluginBlock(*MStlRevisionSystem::GetIDCard(&mesh));
+    }
+    static std::string Narrow(const std::wstring& ascii) { return std::string(ascii.begin(), ascii.end()); }
     // One plug-in section: wide name, absolute end position, payload.
     ByteBuilder& section(const std::string& name, const Bytes& payload)
     {
@@ -122,6 +145,8 @@ struct ByteBuilder
     }
 };
 
+// Size of the plug-in block of a mesh whose only attachment is its identity card (the card's
+// identifiers always take the same number of bytes).
 inline size_t PluginBlockSize()
 {
     return ByteBuilder().pluginBlock().bytes.size();
@@ -231,6 +256,39 @@ inline void BuildStandard(MStlBase& mesh)
     contour.subContours.push_back(MStlSubContour{{p[3], p[4], p[1]}, nullptr});
     mesh.GetSurfaceBorders().AddBorder(second)->Contours() = {contour, MStlBorderContour{}};
     mesh.GetSurfaceBorders().AddBorder(nullptr);
+    AddCommonParts(mesh);
+}
+
+// Compact or OnDisk kind through the uniform store interface, with one duplicate position
+// (vertex sharing off) and graph edges where the kind has them.
+inline void BuildHybrid(MStlBase& mesh, MStlHybridState kind)
+{
+    MStlHybrid& h = mesh.GetStlHybrid();
+    ASSERT_TRUE(h.SetState(kind));
+    h.SetVerticesShared(false);
+    MStlSurface* second = mesh.AddSurface();
+    second->SetName(L"second");
+    ASSERT_TRUE(h.StartAddingVertices());
+    for (const auto& v :
+         {std::array<int, 3>{0, 0, 0}, {100000, 0, 0}, {0, 10, -7}, {10, 10, 5}, {20, 0, 5}, {0, 0, 0}})
+        h.AddVertex(v[0], v[1], v[2]);
+    const std::pair<MStlSurface*, std::array<unsigned, 3>> triangles[] = {
+        {nullptr, {0, 1, 2}}, {nullptr, {1, 4, 3}}, {second, {1, 3, 2}}, {nullptr, {5, 4, 1}}};
+    for (const auto& t : triangles)
+    {
+        ASSERT_TRUE(h.StartAddingTriangles(t.first));
+        h.AddTriangle(t.second[0], t.second[1], t.second[2]);
+    }
+    ASSERT_TRUE(h.StartAddingTriangleColors());
+    for (const MStlColor& c : {MStlColor(0xFF0000u), MStlColor(), MStlColor(0u), MStlColor(0x00ABCDEFu)})
+        h.AddColor(c);
+    ASSERT_TRUE(h.Close());
+    h.UpdateParentBoundingBox();
+    if (kind == eStlCompact)
+    {
+        h.GetStlCompact()->AddEdge(0, 4);
+        h.GetStlCompact()->AddEdge(5, 5);
+    }
     AddCommonParts(mesh);
 }
 

@@ -56,12 +56,14 @@ TEST(KelmeshNativeSections, SwitchesAndPluginSectionsAreThoseOfTheFile)
     file.Close();
     EXPECT_EQ(Kelmesh::DescribeSectionSwitches(reader),
               "points, triangles, colours, triangle marks, history, registered points");
-    // The one plug-in section, written by the plug-in this process has registered.
+    // The probe's section (registered first) and the five built-in ones, all read by a plug-in.
     const auto sections =
         Kelmesh::DescribePluginSections(reader.GetLoadedPluginSections(), MStlFileIOPlugin::GetPlugins());
-    ASSERT_EQ(sections.size(), 1u);
+    ASSERT_EQ(sections.size(), 6u);
     EXPECT_EQ(sections[0].name, "KelmeshProbe");
-    EXPECT_TRUE(sections[0].registered);
+    EXPECT_EQ(sections[5].name, "UVMapList");
+    for (const auto& section : sections)
+        EXPECT_TRUE(section.registered) << section.name;
 }
 
 TEST(KelmeshNativeSections, NamesKeepFileOrderAndMatchWhole)

@@ -26,3 +26,10 @@
 #include <KelSDK/Triangles/IO/IStlFileIOPersist.h>
 #include <KelSDK/Triangles/IO/MStlFileIO.h>
 #include <KelSDK/Triangles/IO/MStlFileIOPlugin.h>
+
+// The built-in plug-ins of the native format.
+#include <KelSDK/Triangles/IO/MStlBaseElementInfoMStlFileIO.h>
+#include <KelSDK/Triangles/IO/MStlRevisionFileIO.h>
+#include <KelSDK/Triangles/IO/MStlTextureFileIO.h>
+#include <KelSDK/Triangles/IO/SurfaceZonesMStlFileIOPlugin.h>
+#include <KelSDK/Triangles/IO/UVMapListFileIOPlugin.h>

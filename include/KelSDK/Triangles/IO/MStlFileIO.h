@@ -41,7 +41,8 @@ public:
     static constexpr const char* kMagic = "KelvinstoneStlFormat_Version_06_00";
 
     // Default switches: colours, curves, masks, points, registered points and triangles on;
-    // history, triangle marks and triangle visibilities off.
+    // history, triangle marks and triangle visibilities off. The first construction in a process
+    // registers the built-in plug-ins (thread-safe, once).
     MStlFileIO();
     ~MStlFileIO() override;
     MStlFileIO(const MStlFileIO&) = delete;
@@ -111,6 +112,10 @@ public:
     // The visibility of every surface of the mesh.
     MErrorCode SaveStlSurfaceVisibilityInfo(const MStlBase& mesh);
     MErrorCode LoadStlSurfaceVisibilityInfo(MStlBase& mesh);
+
+    // While a plug-in reads its section: the bytes of the section not read yet; otherwise the
+    // bytes left in the file (0 without a readable file). Plug-ins size what they read by it.
+    uint64_t GetPluginBytesLeft() const;
 
     // Names of the plug-in sections met by the last Load, in file order (known or not).
     const std::vector<std::wstring>& GetLoadedPluginSections() const { return loadedPluginSections_; }
@@ -218,5 +223,6 @@ private:
     std::unique_ptr<KelSDK::Common::IncrementalProgressReporter> progress_;
     uint64_t steps_ = 0;
     std::vector<std::wstring> loadedPluginSections_;
+    int64_t pluginSectionEnd_ = -1; // end of the plug-in section being read, -1 outside one
 };
 } // namespace KelSDK::Triangles::IO
