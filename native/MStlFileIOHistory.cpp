@@ -46,6 +46,9 @@ bool ReadHistoryRecord(KelSDK::FileIO::MFile& file, MHistory& history, uint64_t 
             !file.READ(&time, 1) || !file.READ_STRING_RAW(entry.user) || used() > bytesLeft)
             return false;
         entry.time = time;
+        EndAtNul(entry.operation);
+        EndAtNul(entry.parameters);
+        EndAtNul(entry.user);
         history.AddEntry(std::move(entry));
     }
     return used() < bytesLeft && file.READ(&tag, 1) && tag == NativeTags::kHistoryEnd;

@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <string>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -140,6 +141,15 @@ inline KelSDK::Triangles::Data::MStlColor DecodeColor(uint32_t word)
 {
     return (word & 0x01000000u) != 0 ? KelSDK::Triangles::Data::MStlColor(word & 0xFFFFFFu)
                                      : KelSDK::Triangles::Data::MStlColor();
+}
+
+// A text read from a file ends at its first NUL, as the zero-terminated write would end it, so
+// that what is loaded saves back to the same bytes.
+inline void EndAtNul(std::wstring& text)
+{
+    const size_t nul = text.find(L'\0');
+    if (nul != std::wstring::npos)
+        text.resize(nul);
 }
 
 // History record, oldest entry first:

@@ -1,5 +1,7 @@
 #include "PluginPayload.h"
 
+#include "../native/NativeSections.h"
+
 #include <KelSDK/Common/ImageBitmap.h>
 #include <KelSDK/Triangles/IO/MStlFileIO.h>
 
@@ -31,9 +33,7 @@ bool PayloadReader::ReadText(std::wstring& text)
         text.clear();
         return Fail();
     }
-    const size_t nul = text.find(L'\0');
-    if (nul != std::wstring::npos)
-        text.resize(nul);
+    EndAtNul(text);
     return true;
 }
 

@@ -71,7 +71,7 @@ TEST(UVMapListPlugin, LoadingAppendsMapsAndSkipsPositionsOutsideTheTextureList)
     ByteBuilder p;
     p.u8(1).u32(3);
     // Texture positions 7 and 0: the first is skipped; the bitmap is that of position 0 in the map.
-    p.wstr("a").u32(2).u32(7).u32(0).f64(2).f64(3).u8(0).i32(9).u8(0).u8(1).u8(0).u32(0);
+    p.wstr(std::string("a\0z", 3)).u32(2).u32(7).u32(0).f64(2).f64(3).u8(0).i32(9).u8(0).u8(1).u8(0).u32(0);
     // Sharing position 1 of a map with one texture: no bitmap.
     p.wstr("b").u32(1).u32(0).f64(1).f64(1).u8(1).i32(0).u8(1).u8(1).u8(0).u32(1);
     // Cut inside the third map: it is not added.
@@ -84,6 +84,7 @@ TEST(UVMapListPlugin, LoadingAppendsMapsAndSkipsPositionsOutsideTheTextureList)
     ASSERT_EQ(3u, list.GetNumberOfMaps());
     EXPECT_EQ(L"before", list.GetMap(0)->GetName());
     const UVMap& a = *list.GetMap(1);
+    EXPECT_EQ(L"a", a.GetName()); // a name ends at its first NUL, as it would be written
     ASSERT_EQ(1u, a.GetTextures().size());
     EXPECT_EQ(loaded.GetTextures().GetTexture(0), a.GetTextures()[0]);
     EXPECT_EQ(nullptr, a.GetSharedBitmap()); // position 0 of the map was the skipped texture
