@@ -390,6 +390,20 @@ TEST(MStlBaseStandard, ClearStlEmptiesGeometryAndNotifiesDependencies)
     EXPECT_FALSE(stl.RemoveDependency(CountingDependency::DependencyKey()));
 }
 
+// A writer compares the mesh colour with the material's to tell which facets owe the mesh colour; a
+// material set afterwards (as a reader does) must not leave the default grey behind.
+TEST(MStlBaseStandard, MeshColourFollowsTheMaterialsColourWord)
+{
+    MStlBase stl;
+    MStlMaterial material;
+    material.SetRGB(0x7F3264C8u); // alpha 0x7F is not part of the mesh colour
+    stl.SetMaterial(material);
+    EXPECT_EQ(0x3264C8u, stl.GetRGB());
+    stl.SetRGB(0x010203u); // a colour of its own stays until the next material
+    EXPECT_EQ(0x010203u, stl.GetRGB());
+    EXPECT_EQ(0x7F3264C8u, stl.GetMaterial().GetRGB());
+}
+
 TEST(MStlBaseStandard, PropertiesExtremesAndBoundingBox)
 {
     MStlBase stl;

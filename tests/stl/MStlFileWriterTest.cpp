@@ -149,6 +149,35 @@ TEST(StlRoundTrip, GoldenFilesOfEveryStorageKindAndWhatReadingThemGives)
     }
 }
 
+// The attribute word of every facet of a binary file, in file order.
+std::vector<uint16_t> AttributeWords(const std::string& file)
+{
+    std::vector<uint16_t> words;
+    for (size_t at = 84 + 48; at + 2 <= file.size(); at += 50)
+        words.push_back(static_cast<uint16_t>(static_cast<unsigned char>(file[at]) |
+                                              static_cast<unsigned char>(file[at + 1]) << 8));
+    return words;
+}
+
+// A real coloured file (header colour, facets red, green and without a colour of their own): read and
+// written back with colours, every attribute word and the header colour come back as they were.
+TEST(StlRoundTrip, ColouredBinaryFileKeepsItsAttributeWordsAndHeaderColour)
+{
+    const std::filesystem::path source =
+        std::filesystem::path(KEL_TEST_DATA_DIR) / "stl" / "derived" / "star_binary_COLOR_MATERIAL_header.stl";
+    const std::string original = ReadBytes(source);
+    ASSERT_EQ(original.size(), 84u + 68u * 50u);
+    MStlBase mesh;
+    ASSERT_TRUE(MStlBaseFileUtilities::ReadStlMM(&mesh, source.wstring()));
+    TempDir dir;
+    const std::filesystem::path copy = dir.File("star.stl");
+    ASSERT_TRUE(MStlBaseFileUtilities::WriteStlMM(&mesh, copy.wstring()));
+    const std::string written = ReadBytes(copy);
+    EXPECT_EQ(written.substr(0, 10), original.substr(0, 10)) << "\"COLOR=\" and the header colour word";
+    EXPECT_EQ(written.substr(80, 4), original.substr(80, 4)) << "facet count";
+    EXPECT_EQ(AttributeWords(written), AttributeWords(original));
+}
+
 TEST(MStlFileWriter, TransformationMovesCornersAndNormals)
 {
     TempDir dir;

@@ -139,7 +139,12 @@ public:
     uint32_t GetRGB() const { return rgb_; }
     void SetRGB(uint32_t rgb) { rgb_ = rgb & 0xFFFFFFu; }
     const MStlMaterial& GetMaterial() const { return material_; }
-    void SetMaterial(const MStlMaterial& material) { material_ = material; }
+    // Sets the material; the mesh colour follows the material's colour word (its low 24 bits).
+    void SetMaterial(const MStlMaterial& material)
+    {
+        material_ = material;
+        rgb_ = material.GetRGB() & 0xFFFFFFu;
+    }
     MStlBaseProperties& GetProperties() { return properties_; }
     const MStlBaseProperties& GetProperties() const { return properties_; }
 
