@@ -63,13 +63,17 @@ private:
     bool cut_ = false;
 };
 
+// Values moved through the file at a time by the array helpers below (their staging blocks live
+// on the stack, at most 32 KiB).
+constexpr size_t kStagingValues = 4096;
+
 // Writes count values of a struct made of fields of type Field (fieldsPerValue each, no padding)
 // through a staging block, so that the file sees plain arrays of Field.
 template <typename Field, size_t fieldsPerValue, typename Value>
 void WriteFields(KelSDK::FileIO::MFile& file, const Value* values, size_t count)
 {
     static_assert(sizeof(Value) == sizeof(Field) * fieldsPerValue, "a value must be its fields only");
-    constexpr size_t kBlock = 16384;
+    constexpr size_t kBlock = kStagingValues;
     Field block[kBlock * fieldsPerValue];
     for (size_t done = 0; done < count;)
     {
@@ -89,7 +93,7 @@ void WriteFieldsPadded(KelSDK::FileIO::MFile& file, const std::vector<Value>& va
     WriteFields<Field, fieldsPerValue>(file, values.data(), stored);
     if (stored < count)
     {
-        const std::vector<Value> rest(std::min<size_t>(count - stored, 16384), filler);
+        const std::vector<Value> rest(std::min(count - stored, kStagingValues), filler);
         for (size_t done = stored; done < count; done += rest.size())
             WriteFields<Field, fieldsPerValue>(file, rest.data(), std::min(rest.size(), count - done));
     }
@@ -101,7 +105,7 @@ template <typename Field, size_t fieldsPerValue, typename Value>
 size_t ReadFields(PayloadReader& reader, Value* values, size_t count)
 {
     static_assert(sizeof(Value) == sizeof(Field) * fieldsPerValue, "a value must be its fields only");
-    constexpr size_t kBlock = 16384;
+    constexpr size_t kBlock = kStagingValues;
     Field block[kBlock * fieldsPerValue];
     const size_t fitting = reader.Fitting(count, sizeof(Value));
     size_t done = 0;

@@ -27,7 +27,7 @@ template <typename Add> bool ReadIndexList(PayloadReader& reader, Add add)
     if (!reader.Read(count))
         return false;
     const size_t fitting = reader.Fitting(count, 4);
-    std::vector<uint32_t> block(std::min<size_t>(fitting, 16384));
+    std::vector<uint32_t> block(std::min(fitting, kStagingValues));
     for (size_t done = 0; done < fitting; done += block.size())
     {
         block.resize(std::min(block.size(), fitting - done));

@@ -7,6 +7,7 @@
 #include <KelSDK/Triangles/Data/SurfaceZones.h>
 #include <KelSDK/Triangles/Data/UVMapList.h>
 
+#include <cstring>
 #include <sstream>
 
 namespace KelSDK::Triangles::Data
@@ -21,6 +22,12 @@ template <typename T> std::string Presence(const T* a, const T* b, const char* w
     if ((a == nullptr) == (b == nullptr))
         return std::string();
     return std::string(what) + (a ? " present only in the first mesh" : " present only in the second mesh");
+}
+
+// Numbers from files may be NaN: equal when their bits are.
+template <typename T> bool Same(const T& a, const T& b)
+{
+    return std::memcmp(&a, &b, sizeof(T)) == 0;
 }
 
 bool SameBitmap(const ImageBitmap* a, const ImageBitmap* b)
@@ -62,7 +69,7 @@ std::string CompareTextures(const MStlBase& a, const MStlBase& b)
         {
             const MStlTextureCoordinates& p = x.Coordinates()[c];
             const MStlTextureCoordinates& q = y.Coordinates()[c];
-            if (p.triangle != q.triangle || p.u != q.u || p.v != q.v)
+            if (p.triangle != q.triangle || !Same(p.u, q.u) || !Same(p.v, q.v))
             {
                 o << "coordinates " << c << " differ";
                 return o.str();
@@ -70,11 +77,12 @@ std::string CompareTextures(const MStlBase& a, const MStlBase& b)
         }
         const MStlTextureDisplacement& da = x.Displacement();
         const MStlTextureDisplacement& db = y.Displacement();
-        if (da.enabled != db.enabled || da.depth != db.depth || da.invert != db.invert)
+        if (da.enabled != db.enabled || !Same(da.depth, db.depth) || da.invert != db.invert)
             return o.str() + "displacement differs";
         const MStlTextureLabel& la = x.Label();
         const MStlTextureLabel& lb = y.Label();
-        if (la.enabled != lb.enabled || la.text != lb.text || la.font != lb.font || la.height != lb.height)
+        if (la.enabled != lb.enabled || la.text != lb.text || la.font != lb.font ||
+            !Same(la.height, lb.height))
             return o.str() + "label differs";
         o.str(std::string());
     }
@@ -184,7 +192,8 @@ std::string CompareUVMaps(const MStlBase& a, const MStlBase& b)
                 (y.GetSharedBitmap() == y.GetTextures()[t]->GetSharedBitmap()))
                 return o.str() + "shares its bitmap with a texture in only one mesh";
         }
-        if (x.GetXYZToUFactor() != y.GetXYZToUFactor() || x.GetXYZToVFactor() != y.GetXYZToVFactor())
+        if (!Same(x.GetXYZToUFactor(), y.GetXYZToUFactor()) ||
+            !Same(x.GetXYZToVFactor(), y.GetXYZToVFactor()))
             return o.str() + "factors differ";
         if (x.GetKeepUVAspectRatio() != y.GetKeepUVAspectRatio() || x.GetSizeMethod() != y.GetSizeMethod())
             return o.str() + "sizing differs";
