@@ -1,6 +1,8 @@
 // Save and load of the native mesh format on closed tori of 10^4 to 10^7 triangles, and the
 // import of the same 2M-triangle mesh from binary STL for comparison. Files live in the temporary
 // directory (page cache), so the figures are CPU cost, not disk speed.
+#include "NativeFiles.h"
+
 #include <KelSDK/FileIO/MFile.h>
 #include <KelSDK/Triangles/Data/MStlBase.h>
 #include <KelSDK/Triangles/IO/MStlBaseFileUtilities.h>
@@ -18,6 +20,9 @@
 
 using namespace KelSDK::Triangles::Data;
 using namespace KelSDK::Triangles::IO;
+using KelBench::LoadNative;
+using KelBench::SaveNative;
+using KelBench::TempFile;
 
 namespace
 {
@@ -74,12 +79,6 @@ std::unique_ptr<MStlBase> MakeTorus(int64_t triangles)
     return mesh;
 }
 
-std::wstring TempFile(const std::string& name)
-{
-    const std::string path = (std::filesystem::temp_directory_path() / name).string();
-    return std::wstring(path.begin(), path.end());
-}
-
 int64_t FileSize(const std::wstring& name)
 {
     std::error_code ec;
@@ -95,29 +94,6 @@ MStlBase& Torus(int64_t triangles)
     if (!slot)
         slot = MakeTorus(triangles);
     return *slot;
-}
-
-bool SaveNative(MStlBase& mesh, const std::wstring& name)
-{
-    KelSDK::FileIO::MFile file(1 << 20);
-    if (!file.OPEN_WRITE(name))
-        return false;
-    MStlFileIO io;
-    io.SetStl(&mesh);
-    io.SetFile(file);
-    const bool ok = io.Save(nullptr) == eStlFileIOSuccess;
-    return file.Close() && ok;
-}
-
-bool LoadNative(MStlBase& mesh, const std::wstring& name)
-{
-    KelSDK::FileIO::MFile file(1 << 20);
-    if (!file.OPEN_READ(name))
-        return false;
-    MStlFileIO io;
-    io.SetStl(&mesh);
-    io.SetFile(file);
-    return io.Load(nullptr) == eStlFileIOSuccess;
 }
 
 // Binary STL of the mesh in millimetres: 80-byte header, count, 50 bytes per facet.

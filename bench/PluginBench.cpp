@@ -9,6 +9,7 @@
 // Wall-clock time; repeated five times: the mean, median, min and max rows show the spread on a
 // shared machine.
 #include "MeshGenerator.h"
+#include "NativeFiles.h"
 
 #include <KelSDK/Common/ImageBitmap.h>
 #include <KelSDK/FileIO/MFile.h>
@@ -25,16 +26,13 @@
 
 using namespace KelSDK::Triangles::Data;
 using namespace KelSDK::Triangles::IO;
+using KelBench::LoadNative;
+using KelBench::SaveNative;
+using KelBench::TempFile;
 
 namespace
 {
 constexpr uint64_t kTriangles = 2000000;
-
-std::wstring TempFile(const std::string& name)
-{
-    const std::string path = (std::filesystem::temp_directory_path() / name).string();
-    return std::wstring(path.begin(), path.end());
-}
 
 // The torus on the grid (10000 steps per mm) with graph edges along both directions of its
 // u x v vertex grid.
@@ -122,18 +120,6 @@ MStlBase& Mesh(bool attached)
     return *meshes[attached];
 }
 
-bool Save(MStlBase& mesh, const std::wstring& name)
-{
-    KelSDK::FileIO::MFile file(1 << 20);
-    if (!file.OPEN_WRITE(name))
-        return false;
-    MStlFileIO io;
-    io.SetStl(&mesh);
-    io.SetFile(file);
-    const bool ok = io.Save(nullptr) == eStlFileIOSuccess;
-    return file.Close() && ok;
-}
-
 // Writes the payloads of every registered plug-in one after another; the file's size.
 int64_t SavePayloads(MStlBase& mesh, const std::wstring& name)
 {
@@ -211,7 +197,7 @@ void BM_MeshSave(benchmark::State& state)
     MStlBase& mesh = Mesh(state.range(0) != 0);
     const std::wstring name = TempFile("kel_plugin_bench_mesh.kstl");
     for (auto _ : state)
-        if (!Save(mesh, name))
+        if (!SaveNative(mesh, name))
         {
             state.SkipWithError("save failed");
             break;
@@ -224,16 +210,12 @@ void BM_MeshLoad(benchmark::State& state)
 {
     MStlBase& mesh = Mesh(state.range(0) != 0);
     const std::wstring name = TempFile("kel_plugin_bench_mesh.kstl");
-    if (!Save(mesh, name))
+    if (!SaveNative(mesh, name))
         state.SkipWithError("save failed");
     for (auto _ : state)
     {
         auto loaded = std::make_unique<MStlBase>();
-        KelSDK::FileIO::MFile file(1 << 20);
-        MStlFileIO io;
-        io.SetStl(loaded.get());
-        io.SetFile(file);
-        if (!file.OPEN_READ(name) || io.Load(nullptr) != eStlFileIOSuccess)
+        if (!LoadNative(*loaded, name))
         {
             state.SkipWithError("load failed");
             break;
@@ -254,33 +236,16 @@ double Max(const std::vector<double>& v)
 {
     return *std::max_element(v.begin(), v.end());
 }
+
+// Wall-clock milliseconds, five repetitions with their spread.
+void Repeated(benchmark::internal::Benchmark* b)
+{
+    b->Unit(benchmark::kMillisecond)->UseRealTime()->Repetitions(5);
+    b->ComputeStatistics("min", Min)->ComputeStatistics("max", Max);
+}
 } // namespace
 
-BENCHMARK(BM_PluginBlockSave)
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime()
-    ->Repetitions(5)
-    ->ComputeStatistics("min", Min)
-    ->ComputeStatistics("max", Max);
-BENCHMARK(BM_PluginBlockLoad)
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime()
-    ->Repetitions(5)
-    ->ComputeStatistics("min", Min)
-    ->ComputeStatistics("max", Max);
-BENCHMARK(BM_MeshSave)
-    ->Arg(0)
-    ->Arg(1)
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime()
-    ->Repetitions(5)
-    ->ComputeStatistics("min", Min)
-    ->ComputeStatistics("max", Max);
-BENCHMARK(BM_MeshLoad)
-    ->Arg(0)
-    ->Arg(1)
-    ->Unit(benchmark::kMillisecond)
-    ->UseRealTime()
-    ->Repetitions(5)
-    ->ComputeStatistics("min", Min)
-    ->ComputeStatistics("max", Max);
+BENCHMARK(BM_PluginBlockSave)->Apply(Repeated);
+BENCHMARK(BM_PluginBlockLoad)->Apply(Repeated);
+BENCHMARK(BM_MeshSave)->Arg(0)->Arg(1)->Apply(Repeated);
+BENCHMARK(BM_MeshLoad)->Arg(0)->Arg(1)->Apply(Repeated);

@@ -1,0 +1,43 @@
+// Native files for the benchmarks: paths in the temporary directory, whole-file save and load.
+#pragma once
+
+#include <KelSDK/FileIO/MFile.h>
+#include <KelSDK/Triangles/Data/MStlBase.h>
+#include <KelSDK/Triangles/IO/MStlFileIO.h>
+
+#include <filesystem>
+#include <string>
+
+namespace KelBench
+{
+inline std::wstring TempFile(const std::string& name)
+{
+    const std::string path = (std::filesystem::temp_directory_path() / name).string();
+    return std::wstring(path.begin(), path.end());
+}
+
+// Saves the mesh through a 1 MiB buffer; false when anything failed.
+inline bool SaveNative(KelSDK::Triangles::Data::MStlBase& mesh, const std::wstring& name)
+{
+    KelSDK::FileIO::MFile file(1 << 20);
+    if (!file.OPEN_WRITE(name))
+        return false;
+    KelSDK::Triangles::IO::MStlFileIO io;
+    io.SetStl(&mesh);
+    io.SetFile(file);
+    const bool ok = io.Save(nullptr) == KelSDK::Triangles::IO::eStlFileIOSuccess;
+    return file.Close() && ok;
+}
+
+// Loads the file into the mesh through a 1 MiB buffer; false when anything failed.
+inline bool LoadNative(KelSDK::Triangles::Data::MStlBase& mesh, const std::wstring& name)
+{
+    KelSDK::FileIO::MFile file(1 << 20);
+    if (!file.OPEN_READ(name))
+        return false;
+    KelSDK::Triangles::IO::MStlFileIO io;
+    io.SetStl(&mesh);
+    io.SetFile(file);
+    return io.Load(nullptr) == KelSDK::Triangles::IO::eStlFileIOSuccess;
+}
+} // namespace KelBench
