@@ -142,18 +142,7 @@ void BM_NativeLoad(benchmark::State& state)
     const std::wstring name = TempFile("kel_native_bench_load.kstl");
     if (!SaveNative(mesh, name))
         state.SkipWithError("save failed");
-    for (auto _ : state)
-    {
-        auto loaded = std::make_unique<MStlBase>();
-        if (!LoadNative(*loaded, name))
-        {
-            state.SkipWithError("load failed");
-            break;
-        }
-        state.PauseTiming();
-        loaded.reset();
-        state.ResumeTiming();
-    }
+    KelBench::LoadRounds(state, name);
     state.counters["triangles"] = static_cast<double>(mesh.NumberOfTriangles());
     std::filesystem::remove(std::filesystem::path(name));
 }

@@ -5,7 +5,10 @@
 #include <KelSDK/Triangles/Data/MStlBase.h>
 #include <KelSDK/Triangles/IO/MStlFileIO.h>
 
+#include <benchmark/benchmark.h>
+
 #include <filesystem>
+#include <memory>
 #include <string>
 
 namespace KelBench
@@ -39,5 +42,23 @@ inline bool LoadNative(KelSDK::Triangles::Data::MStlBase& mesh, const std::wstri
     io.SetStl(&mesh);
     io.SetFile(file);
     return io.Load(nullptr) == KelSDK::Triangles::IO::eStlFileIOSuccess;
+}
+
+// The timed loop of a load benchmark: each round loads the file into a new mesh, which is freed
+// outside the timing. Marks the benchmark failed when a load fails.
+inline void LoadRounds(benchmark::State& state, const std::wstring& name)
+{
+    for (auto _ : state)
+    {
+        auto loaded = std::make_unique<KelSDK::Triangles::Data::MStlBase>();
+        if (!LoadNative(*loaded, name))
+        {
+            state.SkipWithError("load failed");
+            break;
+        }
+        state.PauseTiming();
+        loaded.reset();
+        state.ResumeTiming();
+    }
 }
 } // namespace KelBench

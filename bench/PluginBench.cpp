@@ -212,18 +212,7 @@ void BM_MeshLoad(benchmark::State& state)
     const std::wstring name = TempFile("kel_plugin_bench_mesh.kstl");
     if (!SaveNative(mesh, name))
         state.SkipWithError("save failed");
-    for (auto _ : state)
-    {
-        auto loaded = std::make_unique<MStlBase>();
-        if (!LoadNative(*loaded, name))
-        {
-            state.SkipWithError("load failed");
-            break;
-        }
-        state.PauseTiming();
-        loaded.reset();
-        state.ResumeTiming();
-    }
+    KelBench::LoadRounds(state, name);
     Counters(state, mesh, static_cast<int64_t>(std::filesystem::file_size(std::filesystem::path(name))));
     std::filesystem::remove(std::filesystem::path(name));
 }
