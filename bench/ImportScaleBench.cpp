@@ -15,6 +15,7 @@
 #include "MeshGenerator.h"
 
 #include <KelSDK/Common/InternalUnits.h>
+#include <KelSDK/Common/StringConversion.h>
 #include <KelSDK/FileIO/MFile.h>
 #include <KelSDK/Triangles/Data.h>
 #include <KelSDK/Triangles/IO/MStlBaseFileUtilities.h>
@@ -67,7 +68,7 @@ void ResetPeak()
 
 std::wstring Wide(const std::string& path)
 {
-    return std::filesystem::path(path).wstring();
+    return KelSDK::Common::StringConversion::Utf8ToNative(path);
 }
 
 bool SaveNative(MStlBase& mesh, const std::string& path)

@@ -2,6 +2,7 @@
 // three floats at a time, and large arrays that bypass it), on a file in the temporary
 // directory (page cache) and in memory; and FPRINTF of ASCII STL vertex lines against the C
 // library's snprintf.
+#include <KelSDK/Common/StringConversion.h>
 #include <KelSDK/FileIO/MFile.h>
 
 #include <benchmark/benchmark.h>
@@ -36,7 +37,7 @@ std::wstring BenchFileName()
         return true;
     }();
     (void)cleanup;
-    return std::wstring(name.begin(), name.end());
+    return KelSDK::Common::StringConversion::Utf8ToNative(name);
 }
 
 const std::vector<float>& Floats()

@@ -1,6 +1,7 @@
 // Native files for the benchmarks: paths in the temporary directory, whole-file save and load.
 #pragma once
 
+#include <KelSDK/Common/StringConversion.h>
 #include <KelSDK/FileIO/MFile.h>
 #include <KelSDK/Triangles/Data/MStlBase.h>
 #include <KelSDK/Triangles/IO/MStlFileIO.h>
@@ -15,8 +16,7 @@ namespace KelBench
 {
 inline std::wstring TempFile(const std::string& name)
 {
-    const std::string path = (std::filesystem::temp_directory_path() / name).string();
-    return std::wstring(path.begin(), path.end());
+    return KelSDK::Common::StringConversion::Utf8ToNative((std::filesystem::temp_directory_path() / name).string());
 }
 
 // Saves the mesh through a 1 MiB buffer; false when anything failed.

@@ -4,17 +4,20 @@
 //   BuildStandard                   mesh building alone (facets already in memory)
 //   SortCornerRecords               the parallel sort of 3 N corner records, for the split
 //   WriteBinary / WriteAscii        export of a Standard mesh
-//   WriteBinaryVsFwrite             binary export and one fwrite of as many bytes, in turns
+//   WriteBinaryVsFwrite/N/P         binary export and one fwrite of as many bytes, in turns; P = 1 with
+//                                   the parallel export (MStlFileWriter::SetParallel), 0 without
 // The files are written once to the temporary directory and reused.
 
 #include "MeshGenerator.h"
 
 #include <KelSDK/Common/InternalUnits.h>
+#include <KelSDK/Common/StringConversion.h>
 #include <KelSDK/Triangles/Data.h>
 #include <KelSDK/Triangles/IO/MStlBaseFileUtilities.h>
 #include <KelSDK/Triangles/IO/MStlFileReader.h>
 #include <KelSDK/Triangles/IO/MStlFileReaderBinary.h>
 #include <KelSDK/Triangles/IO/MStlFileReaderTarget.h>
+#include <KelSDK/Triangles/IO/MStlFileWriter.h>
 #include <KelSDK/Triangles/IO/StlFileUtilities.h>
 
 #include <benchmark/benchmark.h>
@@ -35,7 +38,7 @@ namespace IO = KelSDK::Triangles::IO;
 
 std::wstring Wide(const std::string& path)
 {
-    return std::filesystem::path(path).wstring();
+    return KelSDK::Common::StringConversion::Utf8ToNative(path);
 }
 
 void SetFacetCounters(benchmark::State& state, uint64_t facets, uint64_t bytes)
@@ -196,12 +199,17 @@ void WriteBinaryVsFwrite(benchmark::State& state)
     const std::string exported = (dir / "kel_bench_export.stl").string();
     const std::string written = (dir / "kel_bench_fwrite.bin").string();
     const IO::MStlWriteOptions options(1.0 / KelSDK::Common::MInternalUnits::Get(), true, false, false);
+    const std::wstring exportedName = Wide(exported);
     using Clock = std::chrono::steady_clock;
     double exportSeconds = 0.0, fwriteSeconds = 0.0;
     for (auto _ : state)
     {
         const Clock::time_point start = Clock::now();
-        if (!IO::MStlBaseFileUtilities::WriteStl(&mesh, Wide(exported), options, nullptr))
+        IO::MStlFileWriter writer(options);
+        writer.SetFileName(exportedName.c_str());
+        writer.SetStlToWrite(&mesh);
+        writer.SetParallel(state.range(1) != 0);
+        if (!writer.Write(nullptr) || !writer.Close())
             state.SkipWithError("write failed");
         const Clock::time_point middle = Clock::now();
         std::FILE* file = std::fopen(written.c_str(), "wb");
@@ -239,5 +247,8 @@ BENCHMARK(SortCornerRecords)->Apply(BinarySizes);
 BENCHMARK(ReadAscii)->Apply(AsciiSizes);
 BENCHMARK(ReadAsciiOnly)->Apply(AsciiSizes);
 BENCHMARK(WriteBinary)->Apply(BinarySizes);
-BENCHMARK(WriteBinaryVsFwrite)->Apply(BinarySizes);
+BENCHMARK(WriteBinaryVsFwrite)
+    ->ArgsProduct({{10000, 100000, 1000000, 2000000, 10000000}, {0, 1}})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 BENCHMARK(WriteAscii)->Apply(AsciiSizes);

@@ -52,6 +52,8 @@ bool MStlFileReader::Read(std::shared_ptr<KelSDK::Common::IProgressDelegate> pro
 {
     // The blocks of the store and of the corner records serve the mesh's own blocks afterwards.
     const KelSDK::Triangles::Data::MStlBlockReuse reuse;
+    failure_ = EFailure::NoInput;
+    readerCode_ = 0;
     std::ifstream file;
     std::istream* input = stream_;
     if (!fileName_.empty())
@@ -61,6 +63,7 @@ bool MStlFileReader::Read(std::shared_ptr<KelSDK::Common::IProgressDelegate> pro
     }
     if (input == nullptr || !input->good())
         return false;
+    failure_ = EFailure::None;
 
     const bool ascii =
         fileName_.empty() ? StlFileUtilities::IsAscii(*input) : StlFileUtilities::IsAscii(fileName_);
@@ -71,7 +74,7 @@ bool MStlFileReader::Read(std::shared_ptr<KelSDK::Common::IProgressDelegate> pro
         const MStlReadTransformation known(point<double, 3>(0.0, 0.0, 0.0), options_.scale);
         Detail::LeanFacets<int32_t> facets;
         Detail::LeanGridSink sink(facets, known);
-        if (MStlFileReaderAscii(*input)._Read(sink, names, progress) != 0)
+        if (_Failed(EFailure::AsciiReader, MStlFileReaderAscii(*input)._Read(sink, names, progress)))
             return false;
         return _Build(facets, names, true);
     }
@@ -79,7 +82,7 @@ bool MStlFileReader::Read(std::shared_ptr<KelSDK::Common::IProgressDelegate> pro
     {
         Detail::LeanFacets<double> facets;
         Detail::LeanTextSink sink(facets);
-        if (MStlFileReaderAscii(*input)._Read(sink, names, progress) != 0)
+        if (_Failed(EFailure::AsciiReader, MStlFileReaderAscii(*input)._Read(sink, names, progress)))
             return false;
         return _Build(facets, names, true);
     }
@@ -93,11 +96,18 @@ bool MStlFileReader::Read(std::shared_ptr<KelSDK::Common::IProgressDelegate> pro
     Detail::LeanFacets<float> facets;
     Detail::LeanBinarySink sink(facets);
     MStlFileReaderBinary::FileHeader header;
-    if (reader._Read(header, sink, progress) != 0)
+    if (_Failed(EFailure::BinaryReader, reader._Read(header, sink, progress)))
         return false;
     names.assign(facets.SolidCount(), std::string());
     results_ = MStlFileReaderBinary::ExtractHeaderInfo(header);
     return _Build(facets, names, false);
+}
+
+bool MStlFileReader::_Failed(EFailure step, int code)
+{
+    failure_ = code != 0 ? step : EFailure::None;
+    readerCode_ = code;
+    return code != 0;
 }
 
 template <class Store> bool MStlFileReader::_Build(Store& facets, const std::vector<std::string>& names, bool ascii)
@@ -134,7 +144,10 @@ template <class Store> bool MStlFileReader::_Build(Store& facets, const std::vec
     const Detail::BuildResult built =
         Detail::BuildMesh(*target_, facets, names, transformation_, results_.hasColor, &boundingBox_);
     if (built.error)
+    {
+        failure_ = EFailure::MeshBuilding;
         return false;
+    }
     results_.isOverflow = results_.isOverflow || built.overflow;
 
     if (!ascii)

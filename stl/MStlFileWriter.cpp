@@ -236,11 +236,13 @@ size_t EncodeChunk(const MStlTriangle* const* triangles, size_t count, const Fac
 class BinaryFacetSlots
 {
 public:
-    BinaryFacetSlots(MFile& file, uint32_t& count, const FacetEncoding& encoding, bool background)
-        : file_(file), count_(count), encoding_(encoding), background_(background),
-          bytes_(new unsigned char[(background ? RingSlots : 1) * SlotBytes])
+    // parallel: slots are encoded on TBB's threads, and (with background) written by a thread of
+    // their own; otherwise everything runs on the caller's thread.
+    BinaryFacetSlots(MFile& file, uint32_t& count, const FacetEncoding& encoding, bool parallel, bool background)
+        : file_(file), count_(count), encoding_(encoding), parallel_(parallel), background_(parallel && background),
+          bytes_(new unsigned char[(background_ ? RingSlots : 1) * SlotBytes])
     {
-        if (background)
+        if (background_)
         {
             try
             {
@@ -304,7 +306,7 @@ private:
         Slot& slot = slots_[place];
         const auto encode = [&](size_t c)
         { slot.records[c] = EncodeChunk(slot.triangles[c], slot.counts[c], encoding_, _Chunk(place, c)); };
-        if (slot.chunks > 1)
+        if (parallel_ && slot.chunks > 1)
             tbb::parallel_for(size_t(0), slot.chunks, encode);
         else
             for (size_t c = 0; c < slot.chunks; ++c)
@@ -380,6 +382,7 @@ private:
     MFile& file_;
     uint32_t& count_;
     const FacetEncoding encoding_;
+    const bool parallel_;
     bool background_;
     std::unique_ptr<unsigned char[]> bytes_;
     Slot slots_[RingSlots];
@@ -429,6 +432,7 @@ bool MStlFileWriter::OpenWrite()
     file_ = std::make_unique<MFile>(WriteBufferSize);
     const bool opened =
         options_.binary ? file_->OPEN_WRITE(fileName_.c_str()) : file_->OPEN_ASCII_WRITE(fileName_.c_str());
+    systemError_ = file_->GetSystemError();
     if (!opened)
     {
         file_->Close();
@@ -563,7 +567,7 @@ bool MStlFileWriter::_WriteBinaryBlocks(KelSDK::Common::IncrementalProgressRepor
                                     material_ != nullptr ? (material_->GetRGB() & 0xFFFFFFu) : 0u,
                                     mesh_->GetRGB()};
     // Below two slots the file is written before threads would have started.
-    BinaryFacetSlots slots(*file_, facetCount_, encoding,
+    BinaryFacetSlots slots(*file_, facetCount_, encoding, parallel_,
                            mesh_->NumberOfTriangles() > 2 * ChunksPerSlot * ChunkFacets);
     MStlIteratorFeatureSurfaceConst it(*mesh_);
     for (it.Begin(); !it.End(); ++it)
@@ -699,6 +703,7 @@ bool MStlFileWriter::Close()
     }
     file_->Close();
     const bool ok = file_->GetStatus() == 0;
+    systemError_ = file_->GetSystemError();
     file_.reset();
     state_ = StateClosed;
     return ok;

@@ -1,6 +1,8 @@
 // Helpers shared by the MFile tests: scratch directories and whole-file reads and writes.
 #pragma once
 
+#include "support/WidePath.h"
+
 #include <KelSDK/FileIO/MFile.h>
 
 #include <gtest/gtest.h>
@@ -39,12 +41,8 @@ public:
         std::filesystem::remove_all(path_, ignored);
     }
     const std::filesystem::path& Path() const { return path_; }
-    // The wide name of an ASCII file name inside the directory.
-    std::wstring Wide(const std::string& file) const
-    {
-        const std::string full = (path_ / file).string();
-        return std::wstring(full.begin(), full.end());
-    }
+    // The wide name of a file inside the directory.
+    std::wstring Wide(const std::string& file) const { return KelTestSupport::WidePath(path_ / file); }
     // The names of everything in the directory.
     std::vector<std::string> List() const
     {

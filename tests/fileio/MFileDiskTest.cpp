@@ -36,10 +36,15 @@ TEST(MFileOpen, FailuresAndReopening)
     EXPECT_FALSE(file.OPEN_READ(dir.Wide("missing.bin")));
     EXPECT_FALSE(file.IsOpen());
     EXPECT_EQ(file.GetStatus(), MFile::StatusOpenFailed);
+    EXPECT_EQ(file.GetSystemError(), std::errc::no_such_file_or_directory);
     EXPECT_FALSE(file.OPEN_READ(dir.Wide(""))); // a directory
     EXPECT_EQ(file.GetStatus(), MFile::StatusOpenFailed);
-    EXPECT_FALSE(file.OPEN_WRITE(dir.Wide("no/such/dir.bin")) || file.OPEN_ASCII_WRITE(std::wstring()) ||
-                 file.OPEN_READ(static_cast<const wchar_t*>(nullptr)) || file.IsOpenForWriting());
+    EXPECT_EQ(file.GetSystemError(), std::errc::is_a_directory);
+    EXPECT_FALSE(file.OPEN_WRITE(dir.Wide("no/such/dir.bin")));
+    EXPECT_EQ(file.GetSystemError(), std::errc::no_such_file_or_directory) << "a missing output folder";
+    EXPECT_FALSE(file.OPEN_ASCII_WRITE(std::wstring()));
+    EXPECT_FALSE(file.OPEN_READ(static_cast<const wchar_t*>(nullptr)));
+    EXPECT_FALSE(file.IsOpenForWriting());
     EXPECT_TRUE(dir.List().empty());
     int value = 3; // nothing is open: every operation fails
     EXPECT_FALSE(file.READ(&value, 1));
@@ -51,6 +56,7 @@ TEST(MFileOpen, FailuresAndReopening)
     for (size_t i = 0; i < values.size(); ++i)
         values[i] = static_cast<uint32_t>(i * 7919u);
     ASSERT_TRUE(file.OPEN_WRITE(dir.Wide("a.bin")));
+    EXPECT_FALSE(file.GetSystemError()) << "an open forgets the previous failure";
     WriteNew(file);
     EXPECT_TRUE(file.WRITE(values.data(), values.size()));
     ASSERT_TRUE(file.OPEN_READ(dir.Wide("a.bin")));
@@ -138,6 +144,7 @@ TEST(MFileAtomicWrite, AFailingDiskWriteKeepsTheOldFile)
     EXPECT_TRUE(opened);
     EXPECT_FALSE(wrote || closed);
     EXPECT_EQ(file.GetStatus(), MFile::StatusWriteFailed);
+    EXPECT_EQ(file.GetSystemError(), std::errc::file_too_large);
     EXPECT_EQ(KelTest::ReadWholeFile(dir.Path() / "mesh.bin"), kOld);
     EXPECT_EQ(dir.List(), Names{"mesh.bin"});
 }
@@ -172,8 +179,7 @@ TEST(MFileAtomicWrite, ReplacementKeepsPermissionsAndSymbolicLinks)
 TEST(MFileNames, NonAsciiAndRelativeNames)
 {
     KelTest::ScratchDir dir;
-    const std::string full = (dir.Path() / "m").string();
-    const std::wstring name = std::wstring(full.begin(), full.end() - 1) + L"m\u00e9sh_\u6f22\U0001F600.bin";
+    const std::wstring name = dir.Wide("") + L"m\u00e9sh_\u6f22\U0001F600.bin";
     {
         MFile file;
         const double value = 2.5;

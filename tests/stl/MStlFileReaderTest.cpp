@@ -417,6 +417,33 @@ TEST(MStlFileReader, FlavourDetectionRealFilesAndEveryPrefix)
     }
 }
 
+// A caller tells the user why a file was refused from the step that failed and that reader's own code.
+TEST(MStlFileReader, FailureNamesTheStepAndTheReadersCode)
+{
+    using F = MStlFileReader::EFailure;
+    const std::string good = Ascii("0 0 0");
+    const std::tuple<const char*, std::string, F, int> rows[] = {
+        {"ASCII", good, F::None, 0},
+        {"ASCII phrases without solid", std::string(90, ' ') + good.substr(8), F::AsciiReader, 1},
+        {"a solid without facets", "solid empty\nendsolid empty\n", F::BinaryReader, R::HeaderTruncated},
+        {"one facet short", Binary("", 2, Facets(0, 1)), F::BinaryReader, R::StreamTooShort},
+        {"three bytes after the facets", Binary("", 1, Facets(0, 1) + "abc"), F::BinaryReader, R::StreamError},
+        {"binary", Binary("", 1, Facets(0, 1)), F::None, 0},
+    };
+    for (const auto& [label, bytes, failure, code] : rows)
+    {
+        SCOPED_TRACE(label);
+        const Reading run(bytes);
+        EXPECT_EQ(run.ok, failure == F::None);
+        EXPECT_EQ(run.reader.GetFailure(), failure);
+        EXPECT_EQ(run.reader.GetReaderCode(), code);
+    }
+    MStlFileReader reader{MStlReadOptions()};
+    reader.SetFileName(L"/nonexistent/kel/none.stl");
+    EXPECT_FALSE(reader.Read(nullptr));
+    EXPECT_EQ(reader.GetFailure(), F::NoInput);
+}
+
 TEST(MStlFileReader, FailuresMeasuringMeshPropertiesTransformationSuggestedAndRounded)
 {
     MStlFileReader reader{MStlReadOptions()};

@@ -13,6 +13,28 @@
 using namespace StlBuildTest;
 using KelSDK::Math::MMTransformMatrix;
 
+#if defined(__linux__)
+#include <dlfcn.h>
+#include <pthread.h>
+
+namespace
+{
+// Threads started by the current thread, counted by the pthread_create below.
+thread_local int threadsStartedHere = 0;
+} // namespace
+
+// Every thread of this test program starts here (the library's std::thread and TBB's workers
+// alike): counted for the starting thread, then started by the C library's own pthread_create.
+extern "C" int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*),
+                              void* argument)
+{
+    using Create = int (*)(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
+    static const Create next = reinterpret_cast<Create>(dlsym(RTLD_NEXT, "pthread_create"));
+    ++threadsStartedHere;
+    return next(thread, attributes, start, argument);
+}
+#endif
+
 namespace
 {
 // Corners and colour of each triangle, read through the storage-independent interface.
@@ -221,8 +243,12 @@ TEST(MStlFileWriter, StatesFailuresAndRecordsOfExtremeCorners)
     MStlFileWriter writer(MStlWriteOptions(1.0, true, false, false));
     writer.SetStlToWrite(&mesh);
     writer.SetFileName(dir.File("missing/x.stl").wstring().c_str());
-    EXPECT_FALSE(writer.WriteHeader(&mesh, &mesh.GetMaterial()) || writer.Close() || writer.OpenWrite() ||
-                 writer.Write(nullptr) || std::filesystem::exists(dir.File("missing")));
+    EXPECT_FALSE(writer.WriteHeader(&mesh, &mesh.GetMaterial()));
+    EXPECT_FALSE(writer.Close());
+    EXPECT_FALSE(writer.OpenWrite());
+    EXPECT_EQ(writer.GetSystemError(), std::errc::no_such_file_or_directory) << "the missing folder";
+    EXPECT_FALSE(writer.Write(nullptr));
+    EXPECT_FALSE(std::filesystem::exists(dir.File("missing")));
     ASSERT_TRUE(
         MStlBaseFileUtilities::WriteStl(&mesh, path, MStlWriteOptions(3.7, true, false, false), nullptr));
     const std::string expected = "\x46\0\0\0"s + Records(mesh, 3.7, false);
@@ -249,23 +275,59 @@ void BuildGrid(MStlBase& mesh)
     mesh.SetRGB(0x00FF00u);
 }
 
+// Writes the mesh as binary STL through a writer, as it comes (on the caller's thread) or in parallel.
+bool WriteBinary(const MStlBase& mesh, const std::filesystem::path& path, bool colours, bool parallel)
+{
+    MStlFileWriter writer(MStlWriteOptions(1e-3, true, colours, false));
+    writer.SetFileName(path.wstring().c_str());
+    writer.SetStlToWrite(&mesh);
+    if (parallel)
+        writer.SetParallel(true);
+    const bool written = writer.Write(nullptr);
+    return writer.Close() && written;
+}
+
 TEST(MStlFileWriter, ParallelEncodingGivesTheFacetByFacetBytes)
 {
     TempDir dir;
     MStlBase mesh;
     BuildGrid(mesh);
-    for (const bool colours : {false, true})
+    for (const bool parallel : {false, true})
+        for (const bool colours : {false, true})
+        {
+            SCOPED_TRACE(::testing::Message() << "parallel " << parallel << ", colours " << colours);
+            ASSERT_TRUE(WriteBinary(mesh, dir.File("g.stl"), colours, parallel));
+            const std::string bytes = ReadBytes(dir.File("g.stl")), expected = Records(mesh, 1e-3, colours);
+            ASSERT_EQ(expected.size(), 50u * 120000u);
+            ASSERT_EQ(bytes.size(), 84u + expected.size());
+            EXPECT_EQ(bytes.substr(80, 4), "\xC0\xD4\x01\x00"s);
+            size_t differing = 0;
+            for (size_t at = 0; at < expected.size(); at += 50)
+                differing += bytes.compare(84 + at, 50, expected, at, 50) != 0;
+            EXPECT_EQ(differing, 0u);
+        }
+}
+
+// A host application's save must stay on its thread unless it asks for the parallel export.
+TEST(MStlFileWriter, ExportStartsThreadsOnlyWhenAskedToRunInParallel)
+{
+#if !defined(__linux__)
+    GTEST_SKIP() << "threads are counted through pthread_create";
+#else
+    TempDir dir;
+    MStlBase mesh;
+    BuildGrid(mesh);
+    for (const bool parallel : {false, true})
     {
-        ASSERT_TRUE(MStlBaseFileUtilities::WriteStl(&mesh, dir.File("g.stl").wstring(),
-                                                    MStlWriteOptions(1e-3, true, colours, false), nullptr));
-        const std::string bytes = ReadBytes(dir.File("g.stl")), expected = Records(mesh, 1e-3, colours);
-        ASSERT_TRUE(expected.size() == 50u * 120000u && bytes.size() == 84u + expected.size());
-        EXPECT_EQ(bytes.substr(80, 4), "\xC0\xD4\x01\x00"s);
-        size_t differing = 0;
-        for (size_t at = 0; at < expected.size(); at += 50)
-            differing += bytes.compare(84 + at, 50, expected, at, 50) != 0;
-        EXPECT_EQ(differing, 0u) << colours;
+        SCOPED_TRACE(parallel ? "parallel" : "default");
+        threadsStartedHere = 0;
+        ASSERT_TRUE(WriteBinary(mesh, dir.File("g.stl"), false, parallel));
+        if (parallel)
+            EXPECT_GT(threadsStartedHere, 0) << "the background writer";
+        else
+            EXPECT_EQ(threadsStartedHere, 0);
     }
+#endif
 }
 
 // An export that fails half-way, by an exception from the progress delegate or (where a file size

@@ -3,6 +3,7 @@
 #include <KelSDK/FileIO/MFile.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <limits>
 
@@ -69,12 +70,14 @@ bool MFile::_Open(const wchar_t* name, Mode mode, bool text)
     }
     name_ = name ? name : L"";
     status_ = StatusOk;
+    systemError_.clear();
     failed_ = false;
+    errno = 0;
     native_ =
         mode == Mode::Read ? Detail::NativeFile::OpenRead(name_) : Detail::NativeFile::OpenWrite(name_, text);
     if (!native_)
     {
-        _SetError(StatusOpenFailed);
+        _SetSystemError(StatusOpenFailed);
         return false;
     }
     // Writing only ever fills one block of the buffer; reading uses all of it.
@@ -116,6 +119,16 @@ void MFile::_SetError(int status)
         status_ = status;
     }
     failed_ = true;
+}
+
+void MFile::_SetSystemError(int status)
+{
+    const int error = errno;
+    if (status_ == StatusOk && error != 0)
+    {
+        systemError_ = std::error_code(error, std::generic_category());
+    }
+    _SetError(status);
 }
 
 bool MFile::_ReadBytes(void* dst, size_t count, size_t size)
@@ -193,7 +206,7 @@ size_t MFile::_ReadSlow(unsigned char* dst, size_t bytes)
     }
     if (done < bytes && native_->Failed())
     {
-        _SetError(StatusReadFailed);
+        _SetSystemError(StatusReadFailed);
     }
     return done;
 }
@@ -248,7 +261,7 @@ bool MFile::_FlushBuffer()
     pos_ = 0;
     if (!ok)
     {
-        _SetError(StatusWriteFailed);
+        _SetSystemError(StatusWriteFailed);
     }
     return ok;
 }
@@ -275,7 +288,7 @@ bool MFile::_WriteSlow(const unsigned char* src, size_t bytes)
         size_ = std::max(size_, bufferOffset_);
         if (!ok)
         {
-            _SetError(StatusWriteFailed);
+            _SetSystemError(StatusWriteFailed);
         }
         return ok;
     }
@@ -342,7 +355,7 @@ bool MFile::Seek(int64_t absolutePosition)
         bufferOffset_ = absolutePosition;
         if (!native_->Seek(absolutePosition))
         {
-            _SetError(StatusSeekFailed);
+            _SetSystemError(StatusSeekFailed);
             return false;
         }
         return true;
@@ -355,7 +368,7 @@ bool MFile::Seek(int64_t absolutePosition)
     {
         if (!native_->Seek(absolutePosition))
         {
-            _SetError(StatusSeekFailed);
+            _SetSystemError(StatusSeekFailed);
             return false;
         }
         bufferOffset_ = absolutePosition;
@@ -372,7 +385,7 @@ bool MFile::Flush()
     const bool ok = _FlushBuffer();
     if (ok && !native_->Flush())
     {
-        _SetError(StatusWriteFailed);
+        _SetSystemError(StatusWriteFailed);
         return false;
     }
     return ok;
@@ -391,7 +404,7 @@ bool MFile::_CloseNative(bool commit)
     _ResetBuffer();
     if (commit && ok && !closed)
     {
-        _SetError(writing ? StatusCommitFailed : StatusReadFailed);
+        _SetSystemError(writing ? StatusCommitFailed : StatusReadFailed);
         ok = false;
     }
     return ok;

@@ -119,7 +119,9 @@ std::unique_ptr<NativeFile> NativeFile::OpenRead(const std::wstring& name)
     struct stat info;
     if (fstat(fileno(file), &info) != 0 || !S_ISREG(info.st_mode))
     {
+        const int error = S_ISDIR(info.st_mode) ? EISDIR : errno;
         std::fclose(file);
+        errno = error;
         return nullptr;
     }
 #endif
@@ -261,11 +263,14 @@ bool NativeFile::Close(bool commit)
             return true;
         }
     }
+    // The reason of the failure stays the caller's errno, not that of removing the temporary.
+    const int error = errno;
 #if defined(_WIN32)
     _wremove(temporary_.c_str());
 #else
     std::remove(temporary_.c_str());
 #endif
+    errno = error;
     return false;
 }
 } // namespace KelSDK::FileIO::Detail

@@ -51,7 +51,22 @@ public:
     // Number of facets the last Read parsed, over all solids (before collapsed ones are dropped).
     uint64_t GetNumberOfFacets() const { return facetCount_; }
 
+    // Where the last Read stopped: None after a success.
+    enum class EFailure
+    {
+        None,
+        NoInput,      // no file name or stream, or the input could not be opened or read
+        AsciiReader,  // MStlFileReaderAscii failed; GetReaderCode() is its EReturnCode
+        BinaryReader, // MStlFileReaderBinary failed; GetReaderCode() is its ErrorCode
+        MeshBuilding  // the facets could not be made into the target mesh
+    };
+    EFailure GetFailure() const { return failure_; }
+    // The failing reader's own code (0 unless GetFailure() names a reader).
+    int GetReaderCode() const { return readerCode_; }
+
 private:
+    // Records a reader's result; true when it failed.
+    bool _Failed(EFailure step, int code);
     // Measures, transforms and builds the mesh from the facets a reader left in a store.
     template <class Store> bool _Build(Store& facets, const std::vector<std::string>& names, bool ascii);
 
@@ -64,5 +79,7 @@ private:
     KelSDK::Math::boundingbox<double, 3> boundingBox_;
     bool wasAscii_ = false;
     uint64_t facetCount_ = 0;
+    EFailure failure_ = EFailure::None;
+    int readerCode_ = 0;
 };
 } // namespace KelSDK::Triangles::IO

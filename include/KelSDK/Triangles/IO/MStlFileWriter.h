@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <system_error>
 
 namespace KelSDK::Common
 {
@@ -64,6 +65,9 @@ public:
     void SetStlToWrite(const KelSDK::Triangles::Data::MStlBase* stl);
     // Applies a clone of the transformation to every written vertex and normal; null clears it.
     void SetWriteTransformation(const KelSDK::Math::MMTransform* transformation);
+    // Lets a large binary export encode on TBB's threads and write from a thread of its own (the
+    // bytes are the same). Off by default: all work then stays on the caller's thread.
+    void SetParallel(bool parallel) { parallel_ = parallel; }
 
     // Creates the file; false (and closed) when it cannot be created.
     bool OpenWrite();
@@ -71,8 +75,8 @@ public:
     // or the file reports an error.
     bool WriteHeader(const KelSDK::Triangles::Data::MStlBase* mesh,
                      const KelSDK::Triangles::Data::MStlMaterial* material);
-    // Opens and writes the header when not done yet, then every facet; false on any failure. Large
-    // binary exports encode on TBB's threads and write from one more; progress stays on the caller's.
+    // Opens and writes the header when not done yet, then every facet; false on any failure. Runs
+    // on the caller's thread unless SetParallel(true); progress is reported on the caller's thread.
     bool Write(std::shared_ptr<KelSDK::Common::IProgressDelegate> progress);
     // Patches a binary file's facet count and closes the file; false when nothing was open or the
     // file reports an error (the previous file then stays in place).
@@ -80,6 +84,9 @@ public:
 
     // Number of facets written so far.
     uint32_t GetFacetCount() const { return facetCount_; }
+    // The operating system's reason why OpenWrite or Close failed (such as "No such file or
+    // directory" for a missing folder); empty when the failure was not the operating system's.
+    std::error_code GetSystemError() const { return systemError_; }
 
 private:
     bool _WriteStandard(const std::shared_ptr<KelSDK::Common::IProgressDelegate>& progress);
@@ -98,5 +105,7 @@ private:
     uint32_t facetCount_ = 0;
     int32_t state_ = 0;
     bool writing_ = false;
+    bool parallel_ = false;
+    std::error_code systemError_;
 };
 } // namespace KelSDK::Triangles::IO

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <system_error>
 #include <type_traits>
 #include <vector>
 
@@ -222,7 +223,14 @@ public:
     int GetStatus() const { return status_; }
     bool HasError() const { return status_ != StatusOk; }
     // Forgets the status (Close still reports and refuses to commit after a cleared error).
-    void ClearError() { status_ = StatusOk; }
+    void ClearError()
+    {
+        status_ = StatusOk;
+        systemError_.clear();
+    }
+    // The operating system's reason for the first error (the errno of the failing call, such as
+    // "No such file or directory"); empty when the error was not the operating system's.
+    std::error_code GetSystemError() const { return systemError_; }
 
 protected:
     enum class Mode
@@ -247,6 +255,8 @@ protected:
     bool _WriteSwapped(const void* src, size_t count, size_t size);
     // Records an error: the status (if none yet) and the close-time failure flag.
     void _SetError(int status);
+    // _SetError for a failed call of the operating system, keeping its errno with the first error.
+    void _SetSystemError(int status);
     // Resets the buffer state to closed.
     void _ResetBuffer();
     // Seek's checks: false (status set) when the file is closed or the position is outside
@@ -264,6 +274,7 @@ protected:
     int64_t size_ = 0;
     Mode mode_ = Mode::Closed;
     int status_ = StatusOk;
+    std::error_code systemError_;
     bool failed_ = false;
     size_t bufferSize_;
     std::wstring name_;
