@@ -23,28 +23,32 @@ std::vector<std::string> Split(const std::string& text)
 
 auto Fields(const CommandLine& l)
 {
-    return std::tie(l.command, l.input, l.output, l.flavour, l.colors, l.solidPerSurface, l.scale, l.quiet,
-                    l.kind, l.error);
+    return std::tie(l.command, l.input, l.output, l.flavour, l.colours, l.solidPerSurface, l.scale, l.quiet,
+                    l.timing, l.kind, l.error);
 }
 
 TEST(KelmeshCommandLine, ValidArgumentsSetEveryField)
 {
     // A lone "-" is a file name; the last --kind wins.
+    using C = Colours;
     const std::pair<const char*, CommandLine> rows[] = {
         {"", {}},
-        {"info -", {Command::Info, "-", "", Flavour::Same, false, false, 1, false, Kind::Default, ""}},
-        {"info a.stl --kind standard",
-         {Command::Info, "a.stl", "", Flavour::Same, false, false, 1, false, Kind::Standard, ""}},
+        {"info -", {Command::Info, "-", "", Flavour::Same, C::Same, false, 1, false, true, Kind::Default, ""}},
+        {"info a.stl --kind standard --no-timing",
+         {Command::Info, "a.stl", "", Flavour::Same, C::Same, false, 1, false, false, Kind::Standard, ""}},
         {"info --kind ondisk a --kind compact",
-         {Command::Info, "a", "", Flavour::Same, false, false, 1, false, Kind::Compact, ""}},
+         {Command::Info, "a", "", Flavour::Same, C::Same, false, 1, false, true, Kind::Compact, ""}},
         {"convert in.stl out.stl",
-         {Command::Convert, "in.stl", "out.stl", Flavour::Same, false, false, 1, false, Kind::Default, ""}},
+         {Command::Convert, "in.stl", "out.stl", Flavour::Same, C::Same, false, 1, false, true, Kind::Default, ""}},
         {"convert a b --scale=0.5 --kind=compact -q",
-         {Command::Convert, "a", "b", Flavour::Same, false, false, 0.5, true, Kind::Compact, ""}},
-        {"convert --kind OnDisk a b --binary --binary",
-         {Command::Convert, "a", "b", Flavour::Binary, false, false, 1, false, Kind::OnDisk, ""}},
+         {Command::Convert, "a", "b", Flavour::Same, C::Same, false, 0.5, true, true, Kind::Compact, ""}},
+        {"convert --kind OnDisk a b --binary --binary --no-colours",
+         {Command::Convert, "a", "b", Flavour::Binary, C::Off, false, 1, false, true, Kind::OnDisk, ""}},
         {"convert --colors a --ascii b --solid-per-surface --scale 25.4",
-         {Command::Convert, "a", "b", Flavour::Ascii, true, true, 25.4, false, Kind::Default, ""}}};
+         {Command::Convert, "a", "b", Flavour::Ascii, C::On, true, 25.4, false, true, Kind::Default, ""}},
+        // Help and version win wherever they stand, even beside a mistake.
+        {"convert a --help --fast", {}},
+        {"info --version", {Command::Version, "", "", Flavour::Same, C::Same, false, 1, false, true, Kind::Default, ""}}};
     for (const auto& [args, expected] : rows)
     {
         SCOPED_TRACE(args);
@@ -60,6 +64,7 @@ TEST(KelmeshCommandLine, RefusesWhatItCannotDo)
                             "info a.stl --kind", "info a.stl --kind=", "info a.stl --kind disk",
                             "convert in.stl", "convert a b c", "convert a b --ascii --binary",
                             "convert a b --fast", "convert a b --scale", "convert a b --scale 0",
+                            "convert a b --colors --no-colors", "info a.stl --no-colors",
                             "convert a b --scale inf", "convert a b --scale 2x", "convert a b --scale="})
         EXPECT_FALSE(ParseCommandLine(Split(bad)).error.empty()) << bad;
 }

@@ -1,4 +1,5 @@
 // kelmesh command line: the parsed form of "kelmesh info FILE" and "kelmesh convert IN OUT [options]".
+// Usage errors are one line (ParseCommandLine's error with UsageHint()) and exit status 2.
 // Header-only and free of library calls, so that the parsing rules can be tested on their own.
 #pragma once
 
@@ -12,6 +13,7 @@ namespace Kelmesh
 enum class Command
 {
     Help,
+    Version,
     Info,
     Convert
 };
@@ -22,6 +24,14 @@ enum class Flavour
     Same,
     Ascii,
     Binary
+};
+
+// Colours of an STL output; Same writes them when the input has any.
+enum class Colours
+{
+    Same,
+    On,
+    Off
 };
 
 // Storage kind of the mesh a file is read into; Default leaves the choice to the reader (Standard
@@ -40,10 +50,11 @@ struct CommandLine
     std::string input;
     std::string output;
     Flavour flavour = Flavour::Same;
-    bool colors = false;
+    Colours colours = Colours::Same;
     bool solidPerSurface = false;
     double scale = 1.0;
     bool quiet = false;
+    bool timing = true;
     Kind kind = Kind::Default;
     // Empty when the arguments are valid; otherwise what is wrong with them.
     std::string error;
@@ -51,18 +62,31 @@ struct CommandLine
 
 inline const char* Usage()
 {
-    return "usage: kelmesh info FILE [--kind KIND]\n"
-           "       kelmesh convert IN OUT [--ascii | --binary] [--colors] [--solid-per-surface]\n"
-           "                              [--scale FACTOR] [--kind KIND] [--quiet]\n"
+    return "usage: kelmesh info FILE [--kind KIND] [--no-timing]\n"
+           "       kelmesh convert IN OUT [--ascii | --binary] [--colors | --no-colors]\n"
+           "                              [--solid-per-surface] [--scale FACTOR] [--kind KIND]\n"
+           "                              [--quiet] [--no-timing]\n"
+           "       kelmesh --help | --version\n"
            "  info     prints the format, storage kind, solids, counts, bounding box (mm), colours,\n"
            "           header flags and, for native files, the sections and plug-in sections\n"
-           "  convert  writes IN as OUT, STL (.stl) or native (.kstl) by OUT's extension;\n"
-           "           --ascii/--binary choose the STL flavour (default: that of IN, binary for a\n"
-           "           native IN), --colors writes the STL colour header and per-facet colours\n"
-           "           (native files always keep colours), --solid-per-surface writes one ASCII\n"
-           "           solid per surface, --scale multiplies every STL coordinate\n"
+           "  convert  writes IN as OUT, STL (.stl) or native (.kstl) by OUT's extension, keeping\n"
+           "           what IN has; what OUT cannot hold is named in a warning on stderr.\n"
+           "           STL output: --ascii/--binary choose the flavour (default: that of IN,\n"
+           "           binary for a native IN); colours are written when IN has any (binary\n"
+           "           only), --colors writes them always, --no-colors never; --solid-per-surface\n"
+           "           writes one ASCII solid per surface; --scale multiplies every coordinate.\n"
+           "           Native output keeps the whole mesh, colours included.\n"
            "  --kind   standard, compact or ondisk: the storage of the mesh an STL file is read\n"
-           "           into (a native file is read into the kind it was saved from)\n";
+           "           into (a native file is read into the kind it was saved from)\n"
+           "  --quiet  no progress bar and no summary line (warnings and errors still appear)\n"
+           "  --no-timing  leaves the times out, so that the output of two runs can be compared\n"
+           "exit status: 0 done, 1 the input or output failed, 2 a usage error\n";
+}
+
+// The hint that follows a usage error on its line.
+inline const char* UsageHint()
+{
+    return "(see 'kelmesh --help')";
 }
 
 // A finite, non-zero number written in full (no trailing characters).
@@ -97,11 +121,28 @@ inline bool ParseKind(const std::string& text, Kind& kind)
     return true;
 }
 
+// Options that only an STL output has a use for.
+inline bool HasStlOutputOptions(const CommandLine& line)
+{
+    return line.flavour != Flavour::Same || line.colours != Colours::Same || line.solidPerSurface ||
+           line.scale != 1.0;
+}
+
 inline CommandLine ParseCommandLine(const std::vector<std::string>& args)
 {
     CommandLine line;
-    if (args.empty() || args[0] == "-h" || args[0] == "--help" || args[0] == "help")
+    if (args.empty() || args[0] == "help")
         return line;
+    // Help and version win wherever they stand, as in other command line tools.
+    for (const std::string& a : args)
+        if (a == "-h" || a == "--help")
+            return line;
+    for (const std::string& a : args)
+        if (a == "--version")
+        {
+            line.command = Command::Version;
+            return line;
+        }
     std::vector<std::string> positional;
     const std::string& verb = args[0];
     if (verb == "info")
@@ -126,8 +167,18 @@ inline CommandLine ParseCommandLine(const std::vector<std::string>& args)
             }
             line.flavour = wanted;
         }
-        else if (a == "--colors" || a == "--colours")
-            line.colors = true;
+        else if (a == "--colors" || a == "--colours" || a == "--no-colors" || a == "--no-colours")
+        {
+            const Colours wanted = a.rfind("--no-", 0) == 0 ? Colours::Off : Colours::On;
+            if (line.colours != Colours::Same && line.colours != wanted)
+            {
+                line.error = "--colors and --no-colors exclude each other";
+                return line;
+            }
+            line.colours = wanted;
+        }
+        else if (a == "--no-timing")
+            line.timing = false;
         else if (a == "--solid-per-surface")
             line.solidPerSurface = true;
         else if (a == "--quiet" || a == "-q")
@@ -187,9 +238,7 @@ inline CommandLine ParseCommandLine(const std::vector<std::string>& args)
             line.command == Command::Info ? "info needs exactly one FILE" : "convert needs IN and OUT";
         return line;
     }
-    const bool writeOptions =
-        line.flavour != Flavour::Same || line.colors || line.solidPerSurface || line.scale != 1.0;
-    if (line.command == Command::Info && writeOptions)
+    if (line.command == Command::Info && HasStlOutputOptions(line))
     {
         line.error = "info takes no conversion options";
         return line;

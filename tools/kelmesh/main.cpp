@@ -1,13 +1,13 @@
-// kelmesh: inspects and converts mesh files with KelSDK.Triangles.IO.
-//   kelmesh info FILE [--kind KIND]
-//   kelmesh convert IN OUT [--ascii | --binary] [--colors] [--solid-per-surface] [--scale FACTOR]
-//                          [--kind KIND]
+// kelmesh: inspects and converts mesh files with KelSDK.Triangles.IO (usage: CommandLine.h).
 // Formats (STL and the native format) are found by content first, then by file extension (see Formats()).
-// Errors are one line on stderr and a non-zero exit status; an output file is replaced only when it was
-// written whole.
+// Errors are one line on stderr with the operating system's reason where it has one; exit status 1
+// for a failed input or output, 2 for a usage error. What a conversion cannot carry is named in
+// warnings on stderr (Conversion.h). An output file is replaced only when it was written whole.
 
 #include "CommandLine.h"
+#include "Conversion.h"
 #include "NativeSections.h"
+#include "StlReadFailure.h"
 
 #include <KelSDK/Common/InternalUnits.h>
 #include <KelSDK/Common/Progress.h>
@@ -19,16 +19,19 @@
 #include <KelSDK/Triangles/IO/MStlFileReader.h>
 #include <KelSDK/Triangles/IO/MStlFileWriter.h>
 #include <KelSDK/Triangles/IO/StlFileUtilities.h>
+#include <KelSDK/Triangles/IO/Version.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <filesystem>
-#include <map>
 #include <memory>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #ifdef _WIN32
@@ -43,6 +46,7 @@
 
 namespace
 {
+using Kelmesh::ReadSummary;
 using KelSDK::Triangles::Data::MStlBase;
 namespace IO = KelSDK::Triangles::IO;
 
@@ -85,18 +89,6 @@ std::shared_ptr<TerminalProgress> MakeProgress(const Kelmesh::CommandLine& line,
     return std::make_shared<TerminalProgress>(label);
 }
 
-// What reading a file told beyond the mesh itself.
-struct ReadSummary
-{
-    std::string format;                       // "binary STL", "ASCII STL", "native"
-    bool ascii = false;                       // text flavour of the format
-    bool stl = false;                         // facetsInFile counts STL facets
-    uint64_t facetsInFile = 0;                // before collapsed facets were dropped
-    KelSDK::Math::boundingbox<double, 3> box; // millimetres
-    std::vector<std::string> details;         // format-specific lines for "info"
-    std::vector<std::string> unreadSections;  // plug-in sections no registered plug-in read
-};
-
 // One mesh file format. recognise looks at the content (null: the format has no signature and is
 // only chosen by extension); read fills the mesh (in internal units, in the storage kind the mesh
 // has, unless the format carries a kind of its own); write writes it.
@@ -107,8 +99,7 @@ struct MeshFormat
     bool (*recognise)(const std::wstring& path);
     bool (*read)(const std::wstring& path, MStlBase& mesh, ReadSummary& summary,
                  std::shared_ptr<KelSDK::Common::IProgressDelegate> progress, std::string& error);
-    bool (*write)(const std::wstring& path, MStlBase& mesh, const ReadSummary& input,
-                  const Kelmesh::CommandLine& line,
+    bool (*write)(const std::wstring& path, MStlBase& mesh, const Kelmesh::Output& output,
                   std::shared_ptr<KelSDK::Common::IProgressDelegate> progress, std::string& error);
 };
 
@@ -117,6 +108,12 @@ double StepsPerMillimetre()
 {
     const double steps = std::round(KelSDK::Common::MInternalUnits::Get());
     return std::clamp(steps, 1.0, 2147483647.0);
+}
+
+// The operating system's reason, or fallback when there is none.
+std::string Reason(const std::error_code& error, const char* fallback)
+{
+    return error ? error.message() : fallback;
 }
 
 std::string Hex32(uint32_t v)
@@ -146,11 +143,21 @@ bool ReadStl(const std::wstring& path, MStlBase& mesh, ReadSummary& summary,
     reader.SetTargetStl(&mesh);
     if (!reader.Read(std::move(progress)))
     {
-        error = "not a readable STL file (an ASCII text without \"solid\", or a binary file whose "
-                "size does not match its facet counts)";
+        // The reader's own code says which case it is; the first bytes and the size fill in the figures.
+        KelSDK::FileIO::MFile file;
+        std::string head;
+        uint64_t size = 0;
+        if (file.OPEN_READ(path))
+        {
+            size = static_cast<uint64_t>(file.GetSize());
+            head.resize(static_cast<size_t>(std::min<uint64_t>(size, 300)));
+            file.READ(head.data(), head.size());
+        }
+        error = Kelmesh::DescribeStlFailure(reader.GetFailure(), reader.GetReaderCode(), head, size);
         return false;
     }
     const IO::MStlReadResults results = reader.GetResults();
+    summary.headerColour = results.hasColor;
     summary.stl = true;
     summary.ascii = reader.WasAscii();
     summary.format = summary.ascii ? "ASCII STL" : "binary STL";
@@ -180,22 +187,22 @@ bool ReadStl(const std::wstring& path, MStlBase& mesh, ReadSummary& summary,
     return true;
 }
 
-bool WriteStl(const std::wstring& path, MStlBase& mesh, const ReadSummary& input,
-              const Kelmesh::CommandLine& line, std::shared_ptr<KelSDK::Common::IProgressDelegate> progress,
-              std::string& error)
+bool WriteStl(const std::wstring& path, MStlBase& mesh, const Kelmesh::Output& output,
+              std::shared_ptr<KelSDK::Common::IProgressDelegate> progress, std::string& error)
 {
-    const bool binary =
-        line.flavour == Kelmesh::Flavour::Same ? !input.ascii : line.flavour == Kelmesh::Flavour::Binary;
-    IO::MStlFileWriter writer(
-        IO::MStlWriteOptions(line.scale / StepsPerMillimetre(), binary, line.colors, line.solidPerSurface));
+    IO::MStlFileWriter writer(IO::MStlWriteOptions(output.scale / StepsPerMillimetre(), !output.ascii,
+                                                   output.colours, output.solidPerSurface));
     writer.SetFileName(path.c_str());
     writer.SetStlToWrite(&mesh);
+    // A command line program has the machine to itself: large binary exports use every core.
+    writer.SetParallel(true);
     const bool written = writer.Write(std::move(progress));
     // Close also when Write failed: MFile then drops the temporary and keeps any previous file.
     const bool closed = writer.Close();
     if (!written || !closed)
     {
-        error = "the file could not be written completely (the previous file, if any, is unchanged)";
+        error = Reason(writer.GetSystemError(), "the file could not be written completely") +
+                " (the previous file, if any, is unchanged)";
         return false;
     }
     return true;
@@ -230,7 +237,7 @@ bool ReadNative(const std::wstring& path, MStlBase& mesh, ReadSummary& summary,
     KelSDK::FileIO::MFile file;
     if (!file.OPEN_READ(path))
     {
-        error = "the file cannot be opened";
+        error = Reason(file.GetSystemError(), "the file cannot be opened");
         return false;
     }
     IO::MStlFileIO io;
@@ -245,6 +252,10 @@ bool ReadNative(const std::wstring& path, MStlBase& mesh, ReadSummary& summary,
     }
     summary.format = "native";
     summary.facetsInFile = mesh.GetStlHybrid().GetNumTriangles();
+    // The colour section always holds a material; it is a colour to keep when it is not the default.
+    KelSDK::Triangles::Data::MStlMaterial plain;
+    plain.SetColorIsReadFromFile(mesh.GetMaterial().GetColorIsReadFromFile());
+    summary.headerColour = mesh.GetMaterial() != plain;
     const auto& properties = mesh.GetProperties();
     // The box of the vertices on the internal grid, in millimetres.
     int e[6] = {0, 0, 0, 0, 0, 0};
@@ -272,14 +283,13 @@ bool ReadNative(const std::wstring& path, MStlBase& mesh, ReadSummary& summary,
 }
 
 // Written beside the target and moved over it only when the whole file was written.
-bool WriteNative(const std::wstring& path, MStlBase& mesh, const ReadSummary& /*input*/,
-                 const Kelmesh::CommandLine& /*line*/,
+bool WriteNative(const std::wstring& path, MStlBase& mesh, const Kelmesh::Output& /*output*/,
                  std::shared_ptr<KelSDK::Common::IProgressDelegate> progress, std::string& error)
 {
     KelSDK::FileIO::MFile file;
     if (!file.OPEN_WRITE(path))
     {
-        error = "the file cannot be created";
+        error = Reason(file.GetSystemError(), "the file cannot be created");
         return false;
     }
     IO::MStlFileIO io;
@@ -293,7 +303,8 @@ bool WriteNative(const std::wstring& path, MStlBase& mesh, const ReadSummary& /*
     }
     if (!file.Close())
     {
-        error = "the file could not be written completely (the previous file, if any, is unchanged)";
+        error = Reason(file.GetSystemError(), "the file could not be written completely") +
+                " (the previous file, if any, is unchanged)";
         return false;
     }
     return true;
@@ -363,16 +374,23 @@ bool FailRead(const std::string& path, const std::string& reason)
     return false;
 }
 
+// The one line of a usage error; returns the exit status.
+int UsageError(const std::string& error)
+{
+    std::fprintf(stderr, "kelmesh: %s %s\n", error.c_str(), Kelmesh::UsageHint());
+    return 2;
+}
+
 // Reads path into mesh; prints the error line itself and returns false on failure.
 bool ReadMesh(const Kelmesh::CommandLine& line, const std::string& path, MStlBase& mesh, ReadSummary& summary,
               double& seconds)
 {
     const std::wstring wide = KelSDK::Common::StringConversion::LocaleToNative(path);
-    std::error_code ec;
-    if (!std::filesystem::exists(std::filesystem::u8path(path), ec))
-        return FailRead(path, "no such file");
-    if (!std::filesystem::is_regular_file(std::filesystem::u8path(path), ec))
-        return FailRead(path, "not a regular file");
+    {
+        KelSDK::FileIO::MFile probe;
+        if (!probe.OPEN_READ(wide))
+            return FailRead(path, Reason(probe.GetSystemError(), "the file cannot be opened"));
+    }
     const MeshFormat* format = FormatForReading(path, wide);
     if (format == nullptr)
         return FailRead(path, "unknown mesh format (known: " + KnownFormats() + ")");
@@ -403,54 +421,16 @@ bool ReadMesh(const Kelmesh::CommandLine& line, const std::string& path, MStlBas
         return FailRead(path, std::string("the file holds a mesh of the ") + KindName(kind) +
                                   " kind; --kind chooses the storage of STL input only");
     seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    summary.counts = Kelmesh::CountMesh(mesh);
     return true;
 }
 
-// Triangles per surface and triangles with a colour of their own, for any storage kind.
-struct MeshCounts
-{
-    std::map<const KelSDK::Triangles::Data::MStlSurface*, size_t> perSurface;
-    size_t coloured = 0;
-};
-
-MeshCounts CountMesh(const MStlBase& mesh)
-{
-    MeshCounts counts;
-    const auto& hybrid = mesh.GetStlHybrid();
-    if (hybrid.GetState() == KelSDK::Triangles::Data::eStlStandard)
-    {
-        for (const auto& triangle : mesh.Triangles())
-            counts.coloured += triangle.GetColor().IsDefined() ? 1 : 0;
-        const auto& surfaces = mesh.GetSurfaceList();
-        for (size_t s = 0; s < surfaces.GetNumSurfaces(false); ++s)
-            counts.perSurface[surfaces.GetSurface(s)] = surfaces.GetSurface(s)->GetNumberOfTriangles();
-        return counts;
-    }
-    // The Compact and OnDisk stores are read by index; a triangle without a surface is in the
-    // main surface (the first).
-    const size_t triangles = hybrid.GetNumTriangles();
-    const auto& surfaces = mesh.GetSurfaceList();
-    const KelSDK::Triangles::Data::MStlSurface* main =
-        surfaces.GetNumSurfaces(false) > 0 ? surfaces.GetSurface(0) : nullptr;
-    if (!hybrid.OpenRead())
-        return counts;
-    for (size_t t = 0; t < triangles; ++t)
-    {
-        const KelSDK::Triangles::Data::MStlSurface* surface = hybrid.GetTriangleSurface(t);
-        ++counts.perSurface[surface != nullptr ? surface : main];
-    }
-    if (hybrid.StartGettingTriangleColors())
-        for (size_t t = 0; t < triangles; ++t)
-            counts.coloured += hybrid.GetColor(t).IsDefined() ? 1 : 0;
-    hybrid.Close();
-    return counts;
-}
-
-void PrintInfo(const std::string& path, const MStlBase& mesh, const ReadSummary& summary, double seconds)
+void PrintInfo(const Kelmesh::CommandLine& line, const MStlBase& mesh, const ReadSummary& summary,
+               double seconds)
 {
     const auto& hybrid = mesh.GetStlHybrid();
-    const MeshCounts counts = CountMesh(mesh);
-    std::printf("file:        %s\n", path.c_str());
+    const Kelmesh::MeshCounts& counts = summary.counts;
+    std::printf("file:        %s\n", line.input.c_str());
     std::printf("format:      %s\n", summary.format.c_str());
     std::printf("storage:     %s\n", KindName(hybrid.GetState()));
     const auto& surfaces = mesh.GetSurfaceList();
@@ -493,7 +473,8 @@ void PrintInfo(const std::string& path, const MStlBase& mesh, const ReadSummary&
     }
     for (const std::string& detail : summary.details)
         std::printf("%s\n", detail.c_str());
-    std::printf("read in:     %.3f s\n", seconds);
+    if (line.timing)
+        std::printf("read in:     %.3f s\n", seconds);
 }
 
 int RunInfo(const Kelmesh::CommandLine& line)
@@ -503,32 +484,49 @@ int RunInfo(const Kelmesh::CommandLine& line)
     double seconds = 0.0;
     if (!ReadMesh(line, line.input, mesh, summary, seconds))
         return 1;
-    PrintInfo(line.input, mesh, summary, seconds);
+    PrintInfo(line, mesh, summary, seconds);
     return 0;
+}
+
+// What the conversion writes: the command line's choices, else what the input has.
+Kelmesh::Output ChooseOutput(const MeshFormat& target, const Kelmesh::CommandLine& line, const ReadSummary& input)
+{
+    Kelmesh::Output output;
+    output.stl = target.write == &WriteStl;
+    if (!output.stl)
+        return output;
+    output.ascii = line.flavour == Kelmesh::Flavour::Same ? input.ascii : line.flavour == Kelmesh::Flavour::Ascii;
+    const bool colours =
+        line.colours == Kelmesh::Colours::On || (line.colours == Kelmesh::Colours::Same && HasColours(input));
+    output.colours = colours && !output.ascii;
+    output.coloursRefused = line.colours == Kelmesh::Colours::Off;
+    output.solidPerSurface = line.solidPerSurface;
+    output.scale = line.scale;
+    return output;
 }
 
 int RunConvert(const Kelmesh::CommandLine& line)
 {
     const MeshFormat* target = FormatByExtension(line.output);
     if (target == nullptr)
-        return Fail("write", line.output, "unknown output format (known: " + KnownFormats() + ")");
+        return UsageError("'" + line.output + "' has no known output format (known: " + KnownFormats() + ")");
     // The native format stores the mesh as it is: the STL writer's options have no meaning there.
-    if (target->write == &WriteNative &&
-        (line.flavour != Kelmesh::Flavour::Same || line.solidPerSurface || line.scale != 1.0))
-        return Fail("write", line.output,
-                    "--ascii, --binary, --solid-per-surface and --scale apply to STL output only");
+    if (target->write != &WriteStl && Kelmesh::HasStlOutputOptions(line))
+        return UsageError("--ascii, --binary, --colors, --no-colors, --solid-per-surface and --scale apply to "
+                          "STL output only");
     MStlBase mesh;
     ReadSummary summary;
     double readSeconds = 0.0;
     if (!ReadMesh(line, line.input, mesh, summary, readSeconds))
         return 1;
+    const Kelmesh::Output output = ChooseOutput(*target, line, summary);
     std::string error;
     const auto start = std::chrono::steady_clock::now();
     try
     {
         auto progress = MakeProgress(line, "writing");
         const bool ok = target->write(KelSDK::Common::StringConversion::LocaleToNative(line.output), mesh,
-                                      summary, line, progress, error);
+                                      output, progress, error);
         if (progress)
             progress->Done();
         if (!ok)
@@ -540,14 +538,34 @@ int RunConvert(const Kelmesh::CommandLine& line)
     }
     const double writeSeconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    if (!line.quiet)
-        std::printf("%s (%s, %llu facets) -> %s: read %.3f s, written %.3f s\n", line.input.c_str(),
-                    summary.format.c_str(), static_cast<unsigned long long>(mesh.NumberOfTriangles()),
-                    line.output.c_str(), readSeconds, writeSeconds);
-    // Only registered plug-ins write their sections, so the payload of the others is lost.
-    if (!line.quiet)
-        for (const std::string& name : summary.unreadSections)
-            std::printf("not copied: plug-in section \"%s\" (no plug-in registered for it)\n", name.c_str());
+    // Warnings are not progress: --quiet keeps them.
+    for (const std::string& lost : Kelmesh::WhatIsLost(mesh, summary, output))
+        std::fprintf(stderr, "kelmesh: warning: '%s' does not hold %s\n", line.output.c_str(), lost.c_str());
+    if (line.quiet)
+        return 0;
+    std::printf("%s (%s, %llu facets) -> %s", line.input.c_str(), summary.format.c_str(),
+                static_cast<unsigned long long>(mesh.NumberOfTriangles()), line.output.c_str());
+    if (line.timing)
+        std::printf(": read %.3f s, written %.3f s", readSeconds, writeSeconds);
+    std::printf("\n");
+    return 0;
+}
+
+int Run(const Kelmesh::CommandLine& line)
+{
+    switch (line.command)
+    {
+    case Kelmesh::Command::Info:
+        return RunInfo(line);
+    case Kelmesh::Command::Convert:
+        return RunConvert(line);
+    case Kelmesh::Command::Version:
+        std::printf("kelmesh (KelSDK.Triangles.IO) %s\n", IO::GetLibraryVersion());
+        return 0;
+    case Kelmesh::Command::Help:
+        break;
+    }
+    std::printf("%s", Kelmesh::Usage());
     return 0;
 }
 } // namespace
@@ -557,19 +575,13 @@ int main(int argc, char** argv)
     std::vector<std::string> args(argv + 1, argv + argc);
     const Kelmesh::CommandLine line = Kelmesh::ParseCommandLine(args);
     if (!line.error.empty())
+        return UsageError(line.error);
+    const int status = Run(line);
+    // Output that did not arrive (a full disk, a closed pipe) is a failure like any other.
+    if (std::fflush(stdout) != 0 || std::ferror(stdout))
     {
-        std::fprintf(stderr, "kelmesh: %s\n%s", line.error.c_str(), Kelmesh::Usage());
-        return 2;
+        std::fprintf(stderr, "kelmesh: cannot write to standard output: %s\n", std::strerror(errno));
+        return status != 0 ? status : 1;
     }
-    switch (line.command)
-    {
-    case Kelmesh::Command::Info:
-        return RunInfo(line);
-    case Kelmesh::Command::Convert:
-        return RunConvert(line);
-    case Kelmesh::Command::Help:
-        std::printf("%s", Kelmesh::Usage());
-        return 0;
-    }
-    return 2;
+    return status;
 }
