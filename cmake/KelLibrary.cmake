@@ -11,24 +11,24 @@ endfunction()
 # kel_add_library(<target> EXPORT_NAME <name> EXPORT_HEADER <path> EXPORT_MACRO <macro>
 #                 INCLUDE_DIR <dir> SOURCE_DIRS <dir>... [PUBLIC_DEPS ...] [PRIVATE_DEPS ...])
 # A shared library made of every .cpp/.h below SOURCE_DIRS and the headers below INCLUDE_DIR,
-# with a generated export header, the alias KelSDK::<EXPORT_NAME> and install rules.
+# with a generated export header, the alias KelSDK::<EXPORT_NAME> and install rules. A source
+# folder that does not exist or holds no .cpp, and a dependency that is not a target, stop the
+# configuration: code never drops out of the build unnoticed.
 function(kel_add_library target)
   cmake_parse_arguments(A "" "EXPORT_NAME;EXPORT_HEADER;EXPORT_MACRO;INCLUDE_DIR"
                         "SOURCE_DIRS;PUBLIC_DEPS;PRIVATE_DEPS" ${ARGN})
-  set(globs "")
+  set(sources "")
   foreach(dir IN LISTS A_SOURCE_DIRS)
-    list(APPEND globs ${CMAKE_CURRENT_SOURCE_DIR}/${dir}/*.cpp ${CMAKE_CURRENT_SOURCE_DIR}/${dir}/*.h)
+    set(path ${CMAKE_CURRENT_SOURCE_DIR}/${dir})
+    file(GLOB_RECURSE cpp CONFIGURE_DEPENDS ${path}/*.cpp)
+    if(NOT IS_DIRECTORY ${path} OR NOT cpp)
+      message(FATAL_ERROR "${target}: source folder '${dir}' does not exist or holds no .cpp file")
+    endif()
+    file(GLOB_RECURSE h CONFIGURE_DEPENDS ${path}/*.h)
+    list(APPEND sources ${cpp} ${h})
   endforeach()
-  file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${globs})
   file(GLOB_RECURSE headers CONFIGURE_DEPENDS ${A_INCLUDE_DIR}/*.h)
-  list(FILTER sources INCLUDE REGEX "\\.cpp$|\\.h$")
-  set(cpp ${sources})
-  list(FILTER cpp INCLUDE REGEX "\\.cpp$")
-  if(NOT cpp)
-    message(STATUS "${target}: no sources yet, not built")
-    return()
-  endif()
-  kel_existing_targets(A_PUBLIC_DEPS)
+  kel_require_targets(${target} ${A_PUBLIC_DEPS} ${A_PRIVATE_DEPS})
   add_library(${target} SHARED ${sources} ${headers})
   add_library(KelSDK::${A_EXPORT_NAME} ALIAS ${target})
   set_target_properties(${target} PROPERTIES EXPORT_NAME ${A_EXPORT_NAME}
@@ -49,28 +49,23 @@ function(kel_add_library target)
     FILES_MATCHING PATTERN "*.h")
 endfunction()
 
-# Keeps in the list variable only the names that are targets (libraries not yet written drop out).
-macro(kel_existing_targets var)
-  set(_kept "")
-  foreach(_t IN LISTS ${var})
-    if(TARGET ${_t})
-      list(APPEND _kept ${_t})
+# kel_require_targets(<user> <name>...): stops the configuration when a name is not a target.
+function(kel_require_targets user)
+  foreach(name IN LISTS ARGN)
+    if(NOT TARGET ${name})
+      message(FATAL_ERROR "${user}: '${name}' is not a target (a library that is missing or not built)")
     endif()
   endforeach()
-  set(${var} ${_kept})
-endmacro()
+endfunction()
 
-# kel_add_test(<name> LIBS <lib>...): one GoogleTest program made of tests/<name>/*.cpp.
+# kel_add_test(<name> LIBS <lib>...): one GoogleTest program made of tests/<name>/*.cpp. A missing
+# library or a folder without tests stops the configuration instead of dropping the tests.
 function(kel_add_test name)
   cmake_parse_arguments(A "" "" "LIBS" ${ARGN})
   file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/${name}/*.cpp)
-  foreach(lib IN LISTS A_LIBS)
-    if(NOT TARGET ${lib})
-      return()
-    endif()
-  endforeach()
+  kel_require_targets("tests/${name}" ${A_LIBS})
   if(NOT sources)
-    return()
+    message(FATAL_ERROR "tests/${name}: no .cpp file")
   endif()
   add_executable(kel_tests_${name} ${sources})
   target_link_libraries(kel_tests_${name} PRIVATE ${A_LIBS} GTest::gtest GTest::gmock GTest::gtest_main)
