@@ -396,7 +396,7 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadPlugins(MStlBase& mesh)
     {
         std::wstring name;
         uint32_t end32 = 0;
-        if (!file_->READ_STRING_RAW(name) || !file_->READ(&end32, 1))
+        if (!ReadText(*file_, name) || !file_->READ(&end32, 1))
             return _SetError(eStlFileIOBadFormat);
         const int64_t payloadStart = file_->Tell();
         // The stored end is the low 32 bits of an absolute position at or after the payload start.

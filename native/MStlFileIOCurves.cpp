@@ -74,7 +74,7 @@ MStlFileIO::MErrorCode MStlFileIO::LoadStlCurve(MStlCurveSet& set)
     maps_->RegisterLoad(&set);
     std::wstring name;
     uint32_t count = 0;
-    if (!file_->READ_STRING_RAW(name) || !file_->READ(&count, 1))
+    if (!ReadText(*file_, name) || !file_->READ(&count, 1))
         return _SetError(eStlFileIOBadFormat);
     // A curve record takes at least 7 bytes (two tags, the closed switch and a vertex count).
     if (count > _Remaining() / 7)

@@ -42,13 +42,10 @@ bool ReadHistoryRecord(KelSDK::FileIO::MFile& file, MHistory& history, uint64_t 
     {
         MHistoryEntry entry;
         int64_t time = 0;
-        if (!file.READ_STRING_RAW(entry.operation) || !file.READ_STRING_RAW(entry.parameters) ||
-            !file.READ(&time, 1) || !file.READ_STRING_RAW(entry.user) || used() > bytesLeft)
+        if (!ReadText(file, entry.operation) || !ReadText(file, entry.parameters) || !file.READ(&time, 1) ||
+            !ReadText(file, entry.user) || used() > bytesLeft)
             return false;
         entry.time = time;
-        EndAtNul(entry.operation);
-        EndAtNul(entry.parameters);
-        EndAtNul(entry.user);
         history.AddEntry(std::move(entry));
     }
     return used() < bytesLeft && file.READ(&tag, 1) && tag == NativeTags::kHistoryEnd;
@@ -102,7 +99,7 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadStlRegisteredPoints(MStlBase& mesh)
     {
         MStlRegisteredPoint p;
         int xyz[3] = {0, 0, 0};
-        if (!file_->READ(xyz, 3) || !file_->READ(&p.id, 1) || !file_->READ_STRING_RAW(p.name))
+        if (!file_->READ(xyz, 3) || !file_->READ(&p.id, 1) || !ReadText(*file_, p.name))
             return _SetError(eStlFileIOBadFormat);
         p.x = xyz[0];
         p.y = xyz[1];

@@ -87,7 +87,7 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadStlSurfaceList(MStlBase& mesh)
     for (uint32_t s = 0; s < count; ++s)
     {
         std::wstring name;
-        if (!file_->READ_STRING_RAW(name))
+        if (!ReadText(*file_, name))
             return _SetError(eStlFileIOBadFormat);
         MStlSurface* surface = surfaces.GetSurface(s);
         if (surface == nullptr)

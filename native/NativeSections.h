@@ -152,6 +152,16 @@ inline void EndAtNul(std::wstring& text)
         text.resize(nul);
 }
 
+// Reads a wide string that WRITE_STRING_RAW wrote and ends it at its first NUL; false when the
+// file does not hold it.
+inline bool ReadText(KelSDK::FileIO::MFile& file, std::wstring& text)
+{
+    if (!file.READ_STRING_RAW(text))
+        return false;
+    EndAtNul(text);
+    return true;
+}
+
 // History record, oldest entry first:
 //   u8 50 | u32 entry count | per entry: wide operation, wide parameters, i64 time (seconds
 //   since 1970-01-01 UTC), wide user | u8 51

@@ -28,12 +28,11 @@ bool PayloadReader::ReadText(std::wstring& text)
     // The length comes first; the units must fit the payload before they are read.
     uint32_t units = 0;
     const int64_t start = file_.Tell();
-    if (!Read(units) || units > Left() / 2 || !file_.Seek(start) || !file_.READ_STRING_RAW(text))
+    if (!Read(units) || units > Left() / 2 || !file_.Seek(start) || !IO::ReadText(file_, text))
     {
         text.clear();
         return Fail();
     }
-    EndAtNul(text);
     return true;
 }
 

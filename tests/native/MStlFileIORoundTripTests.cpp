@@ -123,3 +123,41 @@ TEST(NativeRoundTrip, LargerMeshAcrossIndexWidthsAndAFileWithoutGeometry)
     EXPECT_EQ(1u, target.GetPointList().GetNumPoints());
     EXPECT_EQ(mesh.GetRegisteredPoints().Points(), target.GetRegisteredPoints().Points());
 }
+
+// A name read from a file may hold a NUL, which the zero-terminated write cannot: it ends at its
+// first NUL, so that load, save and load again give the same mesh (a finding of the fuzz target:
+// the second surface named with the single UTF-16 unit 0).
+TEST(NativeRoundTrip, ANameThatHoldsANulLoadsAsItSavesBack)
+{
+    using Set = void (*)(MStlBase&, const std::wstring&);
+    using Get = std::wstring (*)(const MStlBase&);
+    const std::tuple<const char*, Set, Get> rows[] = {
+        {"second surface", [](MStlBase& m, const std::wstring& n) { m.GetSurfaceList().GetSurface(1)->SetName(n); },
+         [](const MStlBase& m) { return m.GetSurfaceList().GetSurface(1)->GetName(); }},
+        {"curve set", [](MStlBase& m, const std::wstring& n) { m.GetCurves().GetCurveSet(1)->SetName(n); },
+         [](const MStlBase& m) { return m.GetCurves().GetCurveSet(1)->GetName(); }},
+        {"registered point",
+         [](MStlBase& m, const std::wstring& n) { m.GetRegisteredPoints().AddPoint(MStlRegisteredPoint{4, 5, 6, 9, n}); },
+         [](const MStlBase& m) { return m.GetRegisteredPoints().GetPoint(2).name; }},
+        {"history entry",
+         [](MStlBase& m, const std::wstring& n) { m.GetHistory().AddEntry(MHistoryEntry{n, L"", 0, L""}); },
+         [](const MStlBase& m) { return m.GetHistory().GetEntry(2).operation; }},
+    };
+    for (const auto& [label, set, get] : rows)
+    {
+        SCOPED_TRACE(label);
+        MStlBase mesh, loaded, again;
+        BuildStandard(mesh);
+        set(mesh, L"\u2603"); // one unit, 03 26, that no other run of the file holds
+        Bytes file = SaveToBytes(mesh, kAllOn);
+        const size_t at = Find(file, {1, 0, 0, 0, 0x03, 0x26});
+        ASSERT_NE(at, SIZE_MAX);
+        file[at + 4] = 0;
+        file[at + 5] = 0;
+        ASSERT_EQ(LoadFromBytes(file, loaded), eStlFileIOSuccess);
+        ASSERT_EQ(LoadFromBytes(SaveToBytes(loaded, kAllOn), again), eStlFileIOSuccess);
+        EXPECT_EQ(get(loaded), get(again));
+        EXPECT_EQ(get(loaded), L"");
+        ExpectSameMesh(loaded, again);
+    }
+}
