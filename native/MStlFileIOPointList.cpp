@@ -201,10 +201,6 @@ void MStlFileIO::_FlushPendingPoints(MStlBase& mesh)
 
 void MStlFileIO::_RegisterLoadedPoints(MStlBase& mesh)
 {
-    std::vector<MStlPoint*>& points = maps_->loadPoints;
-    points.clear();
-    points.reserve(mesh.GetPointList().GetNumPoints());
-    for (MStlPoint* p = mesh.GetPointList().GetFirstPoint(); p != nullptr; p = p->GetNext())
-        points.push_back(p);
+    maps_->loadPoints = &mesh.GetPointList();
 }
 } // namespace KelSDK::Triangles::IO

@@ -22,21 +22,21 @@ constexpr unsigned char kColorPerTriangle = 1;
 // Appends count triangles of packed corner indices of width W; false when one is not below limit.
 template <unsigned W>
 bool DecodeCornersOfWidth(const unsigned char* in, size_t count, uint64_t limit,
-                          std::vector<std::array<size_t, 3>>& out)
+                          std::vector<std::array<uint32_t, 3>>& out)
 {
-    uint64_t largest = 0;
+    uint32_t largest = 0;
     for (size_t t = 0; t < count; ++t, in += 3 * W)
     {
-        const std::array<size_t, 3> corners{UnpackValue(in, W), UnpackValue(in + W, W),
-                                            UnpackValue(in + 2 * W, W)};
-        largest = std::max<uint64_t>(largest, std::max(corners[0], std::max(corners[1], corners[2])));
+        const std::array<uint32_t, 3> corners{UnpackValue(in, W), UnpackValue(in + W, W),
+                                              UnpackValue(in + 2 * W, W)};
+        largest = std::max(largest, std::max(corners[0], std::max(corners[1], corners[2])));
         out.push_back(corners);
     }
     return count == 0 || largest < limit;
 }
 
 bool DecodeCorners(const unsigned char* in, size_t count, unsigned width, uint64_t limit,
-                   std::vector<std::array<size_t, 3>>& out)
+                   std::vector<std::array<uint32_t, 3>>& out)
 {
     switch (width)
     {
@@ -191,7 +191,6 @@ MStlFileIO::MErrorCode MStlFileIO::_BuildTriangles(MStlBase& mesh)
         const uint32_t s = i < buildSurfaces_.size() ? buildSurfaces_[i] : 1u;
         return s == 0 ? nullptr : surfaceList.GetSurface(s - 1u);
     };
-    std::vector<MStlTriangle*> createdTriangles;
     if (storageKind_ == eStlStandard)
     {
         // Standard triangles always belong to a surface; "none" means the main surface.
@@ -203,65 +202,64 @@ MStlFileIO::MErrorCode MStlFileIO::_BuildTriangles(MStlBase& mesh)
         bool grouped = true;
         for (size_t i = 1; i < buildSurfaces_.size() && grouped; ++i)
             grouped = buildSurfaces_[i - 1] <= buildSurfaces_[i];
+        const size_t before = mesh.NumberOfTriangles();
         if (hasPendingPoints_ && grouped)
         {
-            std::vector<std::vector<std::array<size_t, 3>>> perSurface;
+            // One run per surface, in the order of the triangles.
+            std::vector<size_t> counts;
             std::vector<MStlSurface*> surfaces;
-            if (buildSurfaces_.empty())
+            for (size_t begin = 0; begin < n;)
             {
-                perSurface.push_back(std::move(buildCorners_));
-                surfaces.push_back(mesh.GetMainSurface());
-            }
-            else
-            {
-                size_t begin = 0;
-                while (begin < n)
-                {
-                    size_t end = begin + 1;
-                    while (end < n && buildSurfaces_[end] == buildSurfaces_[begin])
-                        ++end;
-                    perSurface.emplace_back(buildCorners_.begin() + static_cast<std::ptrdiff_t>(begin),
-                                            buildCorners_.begin() + static_cast<std::ptrdiff_t>(end));
-                    surfaces.push_back(surfaceOf(begin));
-                    begin = end;
-                }
-                buildCorners_ = {};
+                size_t end = begin + 1;
+                while (end < n && !buildSurfaces_.empty() && buildSurfaces_[end] == buildSurfaces_[begin])
+                    ++end;
+                if (buildSurfaces_.empty())
+                    end = n;
+                counts.push_back(end - begin);
+                surfaces.push_back(buildSurfaces_.empty() ? mesh.GetMainSurface() : surfaceOf(begin));
+                begin = end;
             }
             hasPendingPoints_ = false;
             std::vector<MStlPoint*> createdPoints;
-            if (!mesh.Create(std::move(pendingPoints_), std::move(perSurface), &surfaces, &createdPoints,
-                             &createdTriangles))
+            if (!mesh.Create(std::move(pendingPoints_), std::move(buildCorners_), counts, &surfaces,
+                             pendingUserDefined_.empty() ? nullptr : &createdPoints, nullptr))
                 return _SetError(eStlFileIOBadFormat);
             pendingPoints_ = {};
+            buildCorners_ = {};
             for (uint64_t index : pendingUserDefined_)
                 if (index < createdPoints.size()) // positions beyond the list are ignored
                     createdPoints[static_cast<size_t>(index)]->SetUserDefined(true);
             pendingUserDefined_ = {};
-            // The mesh was emptied before a file with points and triangles: the created points
-            // are all its points, in list order.
-            maps_->loadPoints = std::move(createdPoints);
+            // The mesh was emptied before a file with points and triangles: the created points are
+            // all its points, in list order.
+            _RegisterLoadedPoints(mesh);
         }
         else
         {
             _FlushPendingPoints(mesh);
             _RegisterLoadedPoints(mesh);
-            const std::vector<MStlPoint*>& points = maps_->loadPoints;
-            createdTriangles.reserve(n);
+            const MStlPointList& points = mesh.GetPointList();
             for (size_t i = 0; i < n; ++i)
             {
-                const std::array<size_t, 3>& c = buildCorners_[i];
-                if (c[0] >= points.size() || c[1] >= points.size() || c[2] >= points.size())
-                    return _SetError(eStlFileIOBadFormat);
-                MStlTriangle* t = mesh.CreateTriangle(points[c[0]], points[c[1]], points[c[2]], surfaceOf(i));
+                const std::array<uint32_t, 3>& c = buildCorners_[i];
+                MStlPoint* p[3] = {points.GetPointWithIndex(c[0]), points.GetPointWithIndex(c[1]),
+                                   points.GetPointWithIndex(c[2])};
+                MStlTriangle* t = mesh.CreateTriangle(p[0], p[1], p[2], surfaceOf(i));
                 if (t == nullptr)
                     return _SetError(eStlFileIOBadFormat);
-                createdTriangles.push_back(t);
             }
             buildCorners_ = {};
         }
+        // The new triangles follow the ones the mesh had, in the order of the file.
         if (!buildColors_.empty())
-            for (size_t i = 0; i < createdTriangles.size() && i < buildColors_.size(); ++i)
-                createdTriangles[i]->SetColor(DecodeColor(buildColors_[i]));
+        {
+            MStlIteratorStlTriangle t = mesh.BeginTriangle();
+            const MStlIteratorStlTriangle end = mesh.EndTriangle();
+            for (size_t i = 0; i < before && t != end; ++i)
+                ++t;
+            for (size_t i = 0; t != end && i < buildColors_.size(); ++i, ++t)
+                t->SetColor(DecodeColor(buildColors_[i]));
+        }
     }
     else
     {
@@ -286,7 +284,7 @@ MStlFileIO::MErrorCode MStlFileIO::_BuildTriangles(MStlBase& mesh)
                 current = surface;
                 started = true;
             }
-            const std::array<size_t, 3>& c = buildCorners_[i];
+            const std::array<uint32_t, 3>& c = buildCorners_[i];
             if (c[0] >= vertices || c[1] >= vertices || c[2] >= vertices)
                 return _SetError(eStlFileIOBadFormat);
             const unsigned i0 = static_cast<unsigned>(c[0]);
@@ -305,8 +303,7 @@ MStlFileIO::MErrorCode MStlFileIO::_BuildTriangles(MStlBase& mesh)
     }
     buildColors_ = {};
     buildSurfaces_ = {};
-    if (maps_->loadPoints.size() != mesh.GetPointList().GetNumPoints())
-        _RegisterLoadedPoints(mesh);
+    _RegisterLoadedPoints(mesh);
     return eStlFileIOSuccess;
 }
 } // namespace KelSDK::Triangles::IO

@@ -75,15 +75,16 @@ struct MStlFileIO::MReferenceMaps
     // Saving: the point list whose positions give the point identifiers; item -> identifier.
     const KelSDK::Triangles::Data::MStlPointList* savePoints = nullptr;
     std::unordered_map<const void*, uint32_t> saveItems;
-    // Loading: identifier - 1 -> point, identifier - 1 -> item.
-    std::vector<KelSDK::Triangles::Data::MStlPoint*> loadPoints;
+    // Loading: the point list whose positions give the point identifiers (the point of identifier i
+    // is found by its position i - 1, the list being in creation order); identifier - 1 -> item.
+    const KelSDK::Triangles::Data::MStlPointList* loadPoints = nullptr;
     std::vector<KelSDK::Triangles::Data::MStlFeatureItem*> loadItems;
 
     void Clear()
     {
         savePoints = nullptr;
         saveItems = {};
-        loadPoints = {};
+        loadPoints = nullptr;
         loadItems = {};
     }
     // Saving: gives the item the next identifier.
@@ -125,10 +126,10 @@ struct MStlFileIO::MReferenceMaps
     bool FindLoadPoint(uint32_t id, KelSDK::Triangles::Data::MStlPoint*& point) const
     {
         point = nullptr;
-        if (id == 0 || id - 1u >= loadPoints.size())
+        if (id == 0 || loadPoints == nullptr || id - 1u >= loadPoints->GetNumPoints())
             return false;
-        point = loadPoints[id - 1u];
-        return true;
+        point = loadPoints->GetPointWithIndex(id - 1u);
+        return point != nullptr;
     }
 };
 

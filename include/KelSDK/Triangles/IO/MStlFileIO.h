@@ -210,7 +210,7 @@ private:
     std::unique_ptr<MReferenceMaps> maps_;
     // Triangle build buffers, filled by the triangle list and handed to the mesh once the surface
     // list is known: corner indices, surface per triangle (0 none, else position + 1), colours.
-    std::vector<std::array<size_t, 3>> buildCorners_;
+    std::vector<std::array<uint32_t, 3>> buildCorners_;
     std::vector<uint32_t> buildSurfaces_;
     std::vector<uint32_t> buildColors_;
     // Standard kind: points read but not yet created (they are created together with the
