@@ -146,9 +146,53 @@ bool FeedStore(const Source& source, const GridMapper& mapper, AddVertex addVert
     return overflow || source.AnyOutside();
 }
 
+// What a store that merges equal positions ends up with when it is given every corner in file
+// order, found in bulk: the merge numbers the distinct positions in (z, x, y) order; renumbered in
+// the order of their first corners they are the store's vertices (which addVertices(positions,
+// count) appends at once, returning false on failure), and every facet becomes
+// addFacet(v, attribute) with its corners' new numbers. Returns true when a corner lay outside the
+// grid.
+template <class Source, typename AddVertices, typename AddFacet>
+bool FeedStoreMerged(Source& source, const KelSDK::Math::boundingbox<double, 3>& box, const GridMapper& mapper,
+                     AddVertices addVertices, AddFacet addFacet)
+{
+    const uint64_t facetCount = source.FacetCount();
+    CornerMerge merge;
+    MergeCorners(source, facetCount, box, mapper, merge);
+    constexpr uint32_t unset = 0xFFFFFFFFu;
+    std::vector<uint32_t> vertexOf(merge.points.size(), unset);
+    std::vector<std::array<int, 3>> vertices;
+    vertices.reserve(merge.points.size());
+    for (std::array<uint32_t, 3>& t : merge.triangles)
+        for (uint32_t& corner : t)
+        {
+            uint32_t& vertex = vertexOf[corner];
+            if (vertex == unset)
+            {
+                vertex = static_cast<uint32_t>(vertices.size());
+                vertices.push_back(merge.points[corner]);
+            }
+            corner = vertex;
+        }
+    merge.points = std::vector<std::array<int, 3>>();
+    vertexOf = std::vector<uint32_t>();
+    if (!addVertices(vertices.data(), vertices.size()))
+        return merge.overflow;
+    vertices = std::vector<std::array<int, 3>>();
+    size_t f = 0;
+    source.ForEachAttribute(
+        [&](uint16_t attribute)
+        {
+            const std::array<uint32_t, 3>& t = merge.triangles[f++];
+            const unsigned v[3] = {t[0], t[1], t[2]};
+            addFacet(v, attribute);
+        });
+    return merge.overflow;
+}
+
 template <class Source>
-BuildResult BuildCompact(MStlBase& mesh, const Source& source, const MStlReadTransformation& transformation,
-                         bool withColors)
+BuildResult BuildCompact(MStlBase& mesh, Source& source, const MStlReadTransformation& transformation,
+                         bool withColors, const KelSDK::Math::boundingbox<double, 3>* cornerBox)
 {
     BuildResult result;
     MStlCompactHybrid* store = mesh.GetStlHybrid().GetStlCompact();
@@ -170,22 +214,35 @@ BuildResult BuildCompact(MStlBase& mesh, const Source& source, const MStlReadTra
         mask = masks.GetMainTriangleColorMask();
     }
 
-    result.overflow = FeedStore(
-        source, GridMapper(transformation),
-        [store](const int32_t(&g)[3]) { return store->AddVertexIE(g[0], g[1], g[2]); },
-        [store, mask](const unsigned(&v)[3], uint16_t attribute)
-        {
-            const size_t triangle = store->AddTriangle(v[0], v[1], v[2]);
-            if (mask != nullptr && triangle != MStlInvalidIndex)
-                mask->SetInfo(triangle, MStlColor::ConvertFrom16BitValue(attribute));
-        });
+    const GridMapper mapper(transformation);
+    const auto addFacet = [store, mask](const unsigned(&v)[3], uint16_t attribute)
+    {
+        const size_t triangle = store->AddTriangle(v[0], v[1], v[2]);
+        if (mask != nullptr && triangle != MStlInvalidIndex)
+            mask->SetInfo(triangle, MStlColor::ConvertFrom16BitValue(attribute));
+    };
+    // Every corner goes to AddVertexIE, which merges equal positions: into an empty store that is
+    // the bulk merge. A store that holds vertices already may hold some of the positions.
+    if (store->GetNumVertices() == 0)
+    {
+        store->Reserve(0, store->GetNumTriangles() + static_cast<size_t>(source.FacetCount()));
+        result.overflow = FeedStoreMerged(
+            source, cornerBox ? *cornerBox : source.CornerBox(), mapper,
+            [store](const std::array<int, 3>* positions, size_t count) { return store->AddNewVertices(positions, count); },
+            addFacet);
+    }
+    else
+    {
+        result.overflow = FeedStore(
+            source, mapper, [store](const int32_t(&g)[3]) { return store->AddVertexIE(g[0], g[1], g[2]); }, addFacet);
+    }
     store->UpdateParentBoundingBox();
     return result;
 }
 
 template <class Source>
-BuildResult BuildOnDisk(MStlBase& mesh, const Source& source, const MStlReadTransformation& transformation,
-                        bool withColors)
+BuildResult BuildOnDisk(MStlBase& mesh, Source& source, const MStlReadTransformation& transformation,
+                        bool withColors, const KelSDK::Math::boundingbox<double, 3>* cornerBox)
 {
     BuildResult result;
     MStlOnDisk* store = mesh.GetStlHybrid().GetStlOnDisk();
@@ -200,15 +257,22 @@ BuildResult BuildOnDisk(MStlBase& mesh, const Source& source, const MStlReadTran
     if (withColors)
         store->StartAddingTriangleColors();
 
-    result.overflow = FeedStore(
-        source, GridMapper(transformation),
-        [store](const int32_t(&g)[3]) { return store->AddVertex(g[0], g[1], g[2]); },
-        [store, withColors](const unsigned(&v)[3], uint16_t attribute)
-        {
-            store->AddSurfaceTriangle(v[0], v[1], v[2]);
-            if (withColors)
-                store->AddColor(MStlColor::ConvertFrom16BitValue(attribute));
-        });
+    const GridMapper mapper(transformation);
+    const auto addFacet = [store, withColors](const unsigned(&v)[3], uint16_t attribute)
+    {
+        store->AddSurfaceTriangle(v[0], v[1], v[2]);
+        if (withColors)
+            store->AddColor(MStlColor::ConvertFrom16BitValue(attribute));
+    };
+    // OpenWrite(false) emptied the store: with sharing on, AddVertex per corner is the bulk merge.
+    if (store->IsVertexSharingEnabled())
+        result.overflow = FeedStoreMerged(
+            source, cornerBox ? *cornerBox : source.CornerBox(), mapper,
+            [store](const std::array<int, 3>* positions, size_t count) { return store->AddNewVertices(positions, count); },
+            addFacet);
+    else
+        result.overflow = FeedStore(
+            source, mapper, [store](const int32_t(&g)[3]) { return store->AddVertex(g[0], g[1], g[2]); }, addFacet);
     store->UpdateParentBoundingBox();
     store->Close();
     return result;
@@ -225,9 +289,9 @@ BuildResult BuildMesh(MStlBase& mesh, Source& source, const std::vector<std::str
     case 0:
         return BuildStandard(mesh, source, solidNames, transformation, withColors, cornerBox);
     case 1:
-        return BuildCompact(mesh, source, transformation, withColors);
+        return BuildCompact(mesh, source, transformation, withColors, cornerBox);
     case 2:
-        return BuildOnDisk(mesh, source, transformation, withColors);
+        return BuildOnDisk(mesh, source, transformation, withColors, cornerBox);
     default:
         BuildResult unknown;
         unknown.error = true;

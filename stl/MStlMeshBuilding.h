@@ -27,7 +27,7 @@ struct BuildResult
 
 // Fills mesh with the facets of source, as MStlFileReaderTarget::Convert describes. cornerBox, when
 // given, is the box of all corners in file coordinates (saves a pass; a box that misses a corner
-// only costs time). The Standard kind consumes the source's coordinates.
+// only costs time). The coordinates of the source are consumed.
 template <class Source>
 BuildResult BuildMesh(KelSDK::Triangles::Data::MStlBase& mesh, Source& source,
                       const std::vector<std::string>& solidNames, const MStlReadTransformation& transformation,

@@ -153,3 +153,110 @@ TEST(MStlFileReaderTarget, MergeAcrossBucketsMatchesAPlainSort)
         EXPECT_EQ(built, kept) << "triangle corners";
     }
 }
+
+// The Compact and OnDisk stores get what every corner handed to them in file order gives: vertices
+// numbered by first use, every facet kept (collapsed ones too), colours per triangle. Into an empty
+// store, with sharing off, and into a store that holds vertices already.
+TEST(MStlFileReaderTarget, StoresMatchCornerByCornerFilling)
+{
+    std::mt19937 random(5);
+    std::uniform_int_distribution<int> lattice(-6, 6), word(0, 0xFFFF);
+    Facets solids(2);
+    for (auto& solid : solids)
+        for (int i = 0; i < 3000; ++i)
+        {
+            Corner c[3];
+            for (Corner& corner : c)
+                corner = {lattice(random) * 0.5, lattice(random) * 0.5, lattice(random) * 0.5};
+            solid.push_back(Facet(c[0], c[1], c[2], uint16_t(word(random))));
+        }
+    solids[1].push_back(Facet({0, 0, 0}, {5e9, 0, 0}, {0, 1, 0})); // beyond the grid
+    const MStlReadTransformation scale({0, 0, 0}, 100.0);
+    struct Row
+    {
+        const char* label;
+        MStlHybridState kind;
+        bool sharing;
+        bool prefilled;
+    };
+    const Row rows[] = {{"Compact", eStlCompact, true, false},
+                        {"Compact holding vertices", eStlCompact, true, true},
+                        {"OnDisk", eStlOnDisk, true, false},
+                        {"OnDisk without sharing", eStlOnDisk, false, false}};
+    for (const Row& row : rows)
+    {
+        SCOPED_TRACE(row.label);
+        MStlBase built, expected;
+        for (MStlBase* mesh : {&built, &expected})
+        {
+            ASSERT_TRUE(mesh->GetStlHybrid().SetState(row.kind));
+            if (row.kind == eStlOnDisk)
+                mesh->GetStlHybrid().GetStlOnDisk()->EnableVertexSharing(row.sharing);
+            if (row.prefilled)
+            {
+                MStlCompact* store = mesh->GetStlHybrid().GetStlCompact();
+                store->AddVertexIE(50, 50, 50);
+                store->AddVertexIE(0, 0, 0);
+            }
+        }
+        MStlFileReaderTarget target;
+        target.Convert(built, solids, {"a", "b"}, scale, true);
+        EXPECT_TRUE(target.IsOverflow()) << "overflow flag";
+
+        // The reference: every corner by itself, in file order, as the store's adding protocol reads.
+        MStlSurface* surface = expected.GetSurfaceList().GetSurface(0);
+        MStlCompactHybrid* compact = expected.GetStlHybrid().GetStlCompact();
+        MStlOnDisk* onDisk = expected.GetStlHybrid().GetStlOnDisk();
+        MStlTriangleColorMask* mask = nullptr;
+        if (compact != nullptr)
+        {
+            compact->EnableVertexSharing(false);
+            compact->BeginAdding();
+            compact->SetCurrentSurface(surface);
+            mask = expected.GetColorMasks().CreateMainTriangleColorMask();
+        }
+        else
+        {
+            onDisk->OpenWrite(false);
+            onDisk->StartAddingVertices();
+            onDisk->StartAddingSurfaceTriangles(surface);
+            onDisk->StartAddingTriangleColors();
+        }
+        for (const auto& solid : solids)
+            for (const MStlFileTriangle& f : solid)
+            {
+                unsigned v[3];
+                for (size_t k = 0; k < 3; ++k)
+                {
+                    KelSDK::Math::point<int, 3> g;
+                    scale.Transform(f.GetVertex(k), g);
+                    v[k] = compact != nullptr ? compact->AddVertexIE(g[0], g[1], g[2]) : onDisk->AddVertex(g[0], g[1], g[2]);
+                }
+                const MStlColor colour = MStlColor::ConvertFrom16BitValue(f.GetAttribute());
+                if (compact != nullptr)
+                    mask->SetInfo(compact->AddTriangle(v[0], v[1], v[2]), colour);
+                else
+                {
+                    onDisk->AddSurfaceTriangle(v[0], v[1], v[2]);
+                    onDisk->AddColor(colour);
+                }
+            }
+        if (compact != nullptr)
+            compact->UpdateParentBoundingBox();
+        else
+        {
+            onDisk->UpdateParentBoundingBox();
+            onDisk->Close();
+        }
+        EXPECT_EQ(CompareMeshes(built, expected), "") << "store contents";
+        EXPECT_EQ(built.GetStlHybrid().GetNumVertices(), expected.GetStlHybrid().GetNumVertices()) << "vertices";
+        EXPECT_EQ(built.GetBoundingBox().GetMax(), expected.GetBoundingBox().GetMax()) << "bounding box";
+        // Later look-ups find the vertices the bulk merge added.
+        KelSDK::Math::point<int, 3> g;
+        scale.Transform(solids[0][7].GetVertex(1), g);
+        if (compact != nullptr)
+            EXPECT_EQ(built.GetStlHybrid().GetStlCompact()->AddVertexIE(g[0], g[1], g[2]),
+                      compact->AddVertexIE(g[0], g[1], g[2]))
+                << "a known position";
+    }
+}

@@ -69,6 +69,16 @@ unsigned MStlCompact::AddVertexIE(int x, int y, int z)
     return index;
 }
 
+bool MStlCompact::AddNewVertices(const std::array<int, 3>* positions, size_t count)
+{
+    if (count > MStlInvalidVertex - vertices_.size())
+        return false;
+    const uint32_t first = static_cast<uint32_t>(vertices_.size());
+    vertices_.insert(vertices_.end(), positions, positions + count);
+    index_->InsertNew(positions, count, first);
+    return true;
+}
+
 void MStlCompact::Reserve(size_t vertices, size_t triangles)
 {
     vertices_.reserve(vertices);

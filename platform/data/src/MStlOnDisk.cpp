@@ -16,6 +16,7 @@ namespace
 // Record layouts of the three files, little-endian by construction (memcpy of host values; the
 // files never leave the process that wrote them).
 constexpr size_t VertexBytes = 12;   // int32 x, y, z
+static_assert(sizeof(std::array<int, 3>) == VertexBytes, "a position is stored as it lies in memory");
 constexpr size_t TriangleBytes = 12; // uint32 i0, i1, i2
 constexpr size_t ColorBytes = 4;     // 0x00BBGGRR, bit 31 set when the colour is defined
 
@@ -156,6 +157,38 @@ unsigned MStlOnDisk::AddVertex(int x, int y, int z)
     }
     ++d.numVertices;
     return candidate;
+}
+
+bool MStlOnDisk::AddNewVertices(const std::array<int, 3>* positions, size_t count)
+{
+    Impl& d = *impl_;
+    if (d.mode != Mode::Writing || count > MStlInvalidVertex - d.numVertices)
+        return false;
+    if (count == 0)
+        return true;
+    if (!d.vertices.Append(positions, count * VertexBytes))
+        return false;
+    if (d.share)
+        d.index.InsertNew(positions, count, static_cast<uint32_t>(d.numVertices));
+    for (size_t i = 0; i < count; ++i)
+    {
+        const std::array<int, 3>& p = positions[i];
+        if (d.numVertices + i == 0)
+        {
+            d.extremes[0] = d.extremes[1] = p[0];
+            d.extremes[2] = d.extremes[3] = p[1];
+            d.extremes[4] = d.extremes[5] = p[2];
+            continue;
+        }
+        d.extremes[0] = std::min(d.extremes[0], p[0]);
+        d.extremes[1] = std::max(d.extremes[1], p[0]);
+        d.extremes[2] = std::min(d.extremes[2], p[1]);
+        d.extremes[3] = std::max(d.extremes[3], p[1]);
+        d.extremes[4] = std::min(d.extremes[4], p[2]);
+        d.extremes[5] = std::max(d.extremes[5], p[2]);
+    }
+    d.numVertices += count;
+    return true;
 }
 
 size_t MStlOnDisk::AddSurfaceTriangle(unsigned i0, unsigned i1, unsigned i2)

@@ -90,6 +90,10 @@ public:
     unsigned AddVertex(int x, int y, int z);
     // The index of a vertex at exactly (x, y, z), appending one when there is none.
     unsigned AddVertexIE(int x, int y, int z);
+    // Appends vertices at distinct positions that the store does not hold yet, as bulk loading
+    // knows them to be; their indices run on from GetNumVertices(). The same store as AddVertexIE
+    // for each, without a look-up per vertex. False (nothing added) beyond 32-bit indices.
+    bool AddNewVertices(const std::array<int, 3>* positions, size_t count);
     // Reserves room for the given numbers of vertices and triangles.
     void Reserve(size_t vertices, size_t triangles);
 
@@ -175,6 +179,11 @@ public:
     bool IsVertexSharingEnabled() const;
     // Adds a vertex (or finds it); MStlInvalidVertex when not open for writing or a write failed.
     unsigned AddVertex(int x, int y, int z);
+    // Appends vertices at distinct positions that the store does not hold yet, as bulk loading
+    // knows them to be; their indices run on from GetNumVertices(). The same store as AddVertex for
+    // each, without a look-up per vertex. False when not open for writing, a write failed, or
+    // beyond 32-bit indices.
+    bool AddNewVertices(const std::array<int, 3>* positions, size_t count);
     // Adds a triangle; MStlInvalidIndex when not open for writing or an index is out of range.
     size_t AddSurfaceTriangle(unsigned i0, unsigned i1, unsigned i2);
     // Adds the colour of the next triangle; false when not open for writing.
