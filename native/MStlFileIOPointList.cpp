@@ -12,6 +12,34 @@ namespace KelSDK::Triangles::IO
 {
 using namespace KelSDK::Triangles::Data;
 
+namespace
+{
+template <unsigned W>
+void DecodePointsOfWidth(const unsigned char* in, size_t count, const int32_t minimum[3], std::array<int, 3>* out)
+{
+    for (size_t i = 0; i < count; ++i, in += 3 * W)
+        for (unsigned a = 0; a < 3; ++a)
+            out[i][a] = static_cast<int>(static_cast<uint32_t>(minimum[a]) + UnpackValueOf<W>(in + a * W));
+}
+
+// Decodes count packed points of width w (x, y, z relative to the minimum) into out.
+void DecodePoints(const unsigned char* in, size_t count, unsigned w, const int32_t minimum[3],
+                  std::array<int, 3>* out)
+{
+    switch (w)
+    {
+    case 1:
+        return DecodePointsOfWidth<1>(in, count, minimum, out);
+    case 2:
+        return DecodePointsOfWidth<2>(in, count, minimum, out);
+    case 3:
+        return DecodePointsOfWidth<3>(in, count, minimum, out);
+    default:
+        return DecodePointsOfWidth<4>(in, count, minimum, out);
+    }
+}
+} // namespace
+
 // Layout (x min, y min, z min, the coordinate width w and the vertex count n come from the
 // properties section; the storage kind from the mesh base section):
 //   u8  8
@@ -104,28 +132,22 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadStlPointList(MStlBase& mesh)
     // Decoded block by block through a small buffer: the packed bytes are never held whole.
     constexpr size_t kBlockPoints = 16384;
     std::unique_ptr<unsigned char[]> buffer(new unsigned char[kBlockPoints * 3 * 4]);
-    const unsigned char* in = buffer.get();
-    const unsigned char* blockEnd = in;
-    uint64_t left = n;
     bool readFailed = false;
-    // Makes the next point's 3 x w bytes available at in.
-    auto refill = [&]()
+    const int32_t minimum[3] = {extremes_[0], extremes_[2], extremes_[4]};
+    // Calls take(first, count) for every block of decoded points (x, y, z each the stored value plus
+    // the axis minimum, wrapped to 32 bits as the writer subtracted it).
+    std::vector<std::array<int, 3>> decoded;
+    auto forEachBlock = [&](auto take)
     {
-        if (in != blockEnd)
-            return;
-        const size_t count = static_cast<size_t>(std::min<uint64_t>(kBlockPoints, left));
-        left -= count;
-        readFailed = !file_->READ(buffer.get(), count * 3 * w) || readFailed;
-        in = buffer.get();
-        blockEnd = in + count * 3 * w;
-    };
-    const int64_t minimum[3] = {extremes_[0], extremes_[2], extremes_[4]};
-    // Stored value plus the axis minimum, wrapped to 32 bits as the writer subtracted it.
-    auto next = [&in, w](int64_t axisMinimum)
-    {
-        const uint32_t stored = UnpackValue(in, w);
-        in += w;
-        return static_cast<int>(static_cast<uint32_t>(static_cast<uint64_t>(axisMinimum) + stored));
+        for (uint64_t done = 0; done < n;)
+        {
+            const size_t count = static_cast<size_t>(std::min<uint64_t>(kBlockPoints, n - done));
+            readFailed = !file_->READ(buffer.get(), count * 3 * w) || readFailed;
+            decoded.resize(count);
+            DecodePoints(buffer.get(), count, w, minimum, decoded.data());
+            take(decoded.data(), count);
+            done += count;
+        }
     };
     if (storageKind_ == eStlCompact || storageKind_ == eStlOnDisk)
     {
@@ -134,20 +156,18 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadStlPointList(MStlBase& mesh)
         const bool shared = hybrid.GetVerticesShared();
         hybrid.SetVerticesShared(false);
         const size_t first = hybrid.GetNumVertices();
-        for (uint64_t i = 0; i < n; ++i)
-        {
-            refill();
-            const int x = next(minimum[0]);
-            const int y = next(minimum[1]);
-            const int z = next(minimum[2]);
-            if (hybrid.AddVertex(x, y, z) != first + i)
+        size_t added = 0;
+        bool inOrder = true;
+        forEachBlock(
+            [&](const std::array<int, 3>* points, size_t count)
             {
-                hybrid.SetVerticesShared(shared);
-                return _SetError(eStlFileIOBadFormat);
-            }
-        }
-        _Steps(n);
+                for (size_t i = 0; i < count && inOrder; ++i, ++added)
+                    inOrder = hybrid.AddVertex(points[i][0], points[i][1], points[i][2]) == first + added;
+            });
         hybrid.SetVerticesShared(shared);
+        if (!inOrder)
+            return _SetError(eStlFileIOBadFormat);
+        _Steps(n);
         if (readFailed)
             return _SetError(eStlFileIOBadFormat);
     }
@@ -155,14 +175,8 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadStlPointList(MStlBase& mesh)
     {
         pendingPoints_.clear();
         pendingPoints_.reserve(static_cast<size_t>(n));
-        for (uint64_t i = 0; i < n; ++i)
-        {
-            refill();
-            std::array<int, 3>& p = pendingPoints_.emplace_back();
-            p[0] = next(minimum[0]);
-            p[1] = next(minimum[1]);
-            p[2] = next(minimum[2]);
-        }
+        forEachBlock([this](const std::array<int, 3>* points, size_t count)
+                     { pendingPoints_.insert(pendingPoints_.end(), points, points + count); });
         _Steps(n);
         uint64_t k = 0;
         file_->READ(&k, 1);

@@ -19,24 +19,24 @@ namespace
 constexpr unsigned char kNoColors = 0;
 constexpr unsigned char kColorPerTriangle = 1;
 
-// Appends count triangles of packed corner indices of width W; false when one is not below limit.
+// Decodes count triangles of packed corner indices of width W into out; false when one is not below
+// limit.
 template <unsigned W>
-bool DecodeCornersOfWidth(const unsigned char* in, size_t count, uint64_t limit,
-                          std::vector<std::array<uint32_t, 3>>& out)
+bool DecodeCornersOfWidth(const unsigned char* in, size_t count, uint64_t limit, std::array<uint32_t, 3>* out)
 {
     uint32_t largest = 0;
     for (size_t t = 0; t < count; ++t, in += 3 * W)
     {
-        const std::array<uint32_t, 3> corners{UnpackValue(in, W), UnpackValue(in + W, W),
-                                              UnpackValue(in + 2 * W, W)};
+        const std::array<uint32_t, 3> corners{UnpackValueOf<W>(in), UnpackValueOf<W>(in + W),
+                                              UnpackValueOf<W>(in + 2 * W)};
         largest = std::max(largest, std::max(corners[0], std::max(corners[1], corners[2])));
-        out.push_back(corners);
+        out[t] = corners;
     }
     return count == 0 || largest < limit;
 }
 
 bool DecodeCorners(const unsigned char* in, size_t count, unsigned width, uint64_t limit,
-                   std::vector<std::array<uint32_t, 3>>& out)
+                   std::array<uint32_t, 3>* out)
 {
     switch (width)
     {
@@ -149,7 +149,7 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadStlTriangleList(MStlBase& mesh)
                                                                    : mesh.GetStlHybrid().GetNumVertices());
     // Decoded block by block through a small buffer: the packed bytes are never held whole.
     buildCorners_.clear();
-    buildCorners_.reserve(static_cast<size_t>(n));
+    buildCorners_.resize(static_cast<size_t>(n));
     constexpr size_t kBlockTriangles = 16384;
     std::unique_ptr<unsigned char[]> buffer(new unsigned char[kBlockTriangles * 3 * 4]);
     bool inRange = true;
@@ -158,7 +158,7 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadStlTriangleList(MStlBase& mesh)
         const size_t count = static_cast<size_t>(std::min<uint64_t>(kBlockTriangles, n - done));
         if (!file_->READ(buffer.get(), count * 3 * v))
             return _SetError(eStlFileIOBadFormat);
-        inRange = DecodeCorners(buffer.get(), count, v, available, buildCorners_) && inRange;
+        inRange = DecodeCorners(buffer.get(), count, v, available, buildCorners_.data() + done) && inRange;
         done += count;
     }
     if (!inRange)

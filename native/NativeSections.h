@@ -189,4 +189,18 @@ inline uint32_t UnpackValue(const unsigned char* src, unsigned width)
         value |= static_cast<uint32_t>(src[b]) << (8 * b);
     return value;
 }
+
+// UnpackValue for a width known at compile time (the loops of the packed lists).
+template <unsigned W> inline uint32_t UnpackValueOf(const unsigned char* src)
+{
+    if constexpr (W == 4)
+        return static_cast<uint32_t>(src[0]) | static_cast<uint32_t>(src[1]) << 8 |
+               static_cast<uint32_t>(src[2]) << 16 | static_cast<uint32_t>(src[3]) << 24;
+    else if constexpr (W == 3)
+        return static_cast<uint32_t>(src[0]) | static_cast<uint32_t>(src[1]) << 8 | static_cast<uint32_t>(src[2]) << 16;
+    else if constexpr (W == 2)
+        return static_cast<uint32_t>(src[0]) | static_cast<uint32_t>(src[1]) << 8;
+    else
+        return src[0];
+}
 } // namespace KelSDK::Triangles::IO

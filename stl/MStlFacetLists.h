@@ -162,8 +162,8 @@ private:
 template <typename T> class LeanFacets
 {
 public:
-    // Facets per chunk: a full chunk is a standard block, which mesh building can use again once it
-    // has consumed the chunk.
+    // Facets per chunk: a full chunk takes a standard block, which mesh building can use again once
+    // it has consumed the chunk.
     static constexpr size_t ChunkFacets = KelSDK::Triangles::Data::MStlStandardBlockBytes / (9 * sizeof(T));
     // Mesh building may overwrite the coordinates of a facet (36 bytes at least) with its three
     // corner records.
@@ -313,16 +313,21 @@ private:
             if (expected_ > capacity)
                 capacity = static_cast<size_t>(std::min<uint64_t>(expected_, ChunkFacets));
             capacity = std::min(capacity, ChunkFacets);
-            T* corners = static_cast<T*>(KelSDK::Triangles::Data::MStlAllocateBlock(capacity * 9 * sizeof(T)));
+            T* corners = static_cast<T*>(KelSDK::Triangles::Data::MStlAllocateBlock(_Bytes(capacity)));
             chunks_.push_back(Chunk{corners, 0, capacity});
             expected_ = 0;
         }
         Chunk& chunk = chunks_.back();
         return chunk.corners + 9 * chunk.size++;
     }
+    // A full chunk takes a whole standard block.
+    static size_t _Bytes(size_t capacity)
+    {
+        return capacity == ChunkFacets ? KelSDK::Triangles::Data::MStlStandardBlockBytes : capacity * 9 * sizeof(T);
+    }
     static void _Free(Chunk& chunk)
     {
-        KelSDK::Triangles::Data::MStlFreeBlock(chunk.corners, chunk.capacity * 9 * sizeof(T));
+        KelSDK::Triangles::Data::MStlFreeBlock(chunk.corners, _Bytes(chunk.capacity));
         chunk.corners = nullptr;
     }
 

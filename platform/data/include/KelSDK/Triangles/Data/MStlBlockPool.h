@@ -23,8 +23,10 @@ KELSDK_TRIANGLES_DATA_EXPORT void* MStlAllocateBlock(size_t bytes);
 KELSDK_TRIANGLES_DATA_EXPORT void MStlFreeBlock(void* block, size_t bytes);
 
 // The size of a standard block: large pools and the working memory of bulk operations are made of
-// blocks of this size, so that the blocks one step frees can serve the next (MStlBlockReuse).
-constexpr size_t MStlStandardBlockBytes = size_t(36) << 20;
+// blocks of this size, so that the blocks one step frees can serve the next (MStlBlockReuse). It
+// holds a power of two of points (24 bytes) and of triangles (48 bytes), so that finding an
+// element by its place in a bulk run is a shift.
+constexpr size_t MStlStandardBlockBytes = size_t(48) << 20;
 
 // While one of these lives (on any thread), standard blocks that are freed are kept and handed out
 // again by MStlAllocateBlock, and larger blocks are cut into standard blocks where the platform can
