@@ -256,6 +256,8 @@ MStlFileIO::MErrorCode MStlFileIO::Save(std::shared_ptr<IProgressDelegate> progr
 
 MStlFileIO::MErrorCode MStlFileIO::Load(std::shared_ptr<IProgressDelegate> progress)
 {
+    // The blocks of the points and triangles read serve the mesh's own blocks once consumed.
+    const KelSDK::Triangles::Data::MStlBlockReuse reuse;
     loadedPluginSections_.clear();
     if (file_ == nullptr)
         return _SetError(eStlFileIONoFile);

@@ -173,10 +173,15 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadStlPointList(MStlBase& mesh)
     }
     else if (storageKind_ == eStlStandard)
     {
-        pendingPoints_.clear();
-        pendingPoints_.reserve(static_cast<size_t>(n));
-        forEachBlock([this](const std::array<int, 3>* points, size_t count)
-                     { pendingPoints_.insert(pendingPoints_.end(), points, points + count); });
+        pendingPoints_.Clear();
+        pendingPoints_.Resize(static_cast<size_t>(n));
+        size_t at = 0;
+        forEachBlock(
+            [this, &at](const std::array<int, 3>* points, size_t count)
+            {
+                for (size_t i = 0; i < count; ++i)
+                    pendingPoints_[at++] = points[i];
+            });
         _Steps(n);
         uint64_t k = 0;
         file_->READ(&k, 1);
@@ -204,8 +209,11 @@ void MStlFileIO::_FlushPendingPoints(MStlBase& mesh)
     // file kept the points in (z, x, y) order (an STL import does) and sorts only if not.
     mesh.GetPointList().DisableSorting();
     std::vector<MStlPoint*> created;
-    mesh.CreatePoints(std::move(pendingPoints_), &created);
-    pendingPoints_ = {};
+    std::vector<std::array<int, 3>> points(pendingPoints_.Size());
+    for (size_t i = 0; i < points.size(); ++i)
+        points[i] = pendingPoints_[i];
+    pendingPoints_.Clear();
+    mesh.CreatePoints(std::move(points), &created);
     for (uint64_t index : pendingUserDefined_)
         if (index < created.size()) // positions beyond the list are ignored
             created[static_cast<size_t>(index)]->SetUserDefined(true);

@@ -95,7 +95,7 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadStlSurfaceList(MStlBase& mesh)
         surface->SetName(name);
         maps_->RegisterLoad(surface);
     }
-    const size_t n = buildCorners_.size();
+    const size_t n = buildCorners_.Size();
     if (n > 0 && count > 1)
     {
         // The byte array holds a width byte and at least one byte per triangle.

@@ -144,13 +144,15 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadStlTriangleList(MStlBase& mesh)
     // Corners index the points of this file, or the points the mesh already holds when the file
     // carries none.
     const uint64_t available = hasPendingPoints_
-                                   ? pendingPoints_.size()
+                                   ? pendingPoints_.Size()
                                    : (storageKind_ == eStlStandard ? mesh.GetPointList().GetNumPoints()
                                                                    : mesh.GetStlHybrid().GetNumVertices());
     // Decoded block by block through a small buffer: the packed bytes are never held whole.
-    buildCorners_.clear();
-    buildCorners_.resize(static_cast<size_t>(n));
+    buildCorners_.Clear();
+    buildCorners_.Resize(static_cast<size_t>(n));
     constexpr size_t kBlockTriangles = 16384;
+    // A block of decoding never straddles two blocks of the list.
+    static_assert(decltype(buildCorners_)::BlockElements % kBlockTriangles == 0, "decoding blocks fit list blocks");
     std::unique_ptr<unsigned char[]> buffer(new unsigned char[kBlockTriangles * 3 * 4]);
     bool inRange = true;
     for (uint64_t done = 0; done < n;)
@@ -158,7 +160,7 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadStlTriangleList(MStlBase& mesh)
         const size_t count = static_cast<size_t>(std::min<uint64_t>(kBlockTriangles, n - done));
         if (!file_->READ(buffer.get(), count * 3 * v))
             return _SetError(eStlFileIOBadFormat);
-        inRange = DecodeCorners(buffer.get(), count, v, available, buildCorners_.data() + done) && inRange;
+        inRange = DecodeCorners(buffer.get(), count, v, available, &buildCorners_[done]) && inRange;
         done += count;
     }
     if (!inRange)
@@ -183,7 +185,7 @@ MStlFileIO::MErrorCode MStlFileIO::_LoadStlTriangleList(MStlBase& mesh)
 MStlFileIO::MErrorCode MStlFileIO::_BuildTriangles(MStlBase& mesh)
 {
     MStlHybrid& hybrid = mesh.GetStlHybrid();
-    const size_t n = buildCorners_.size();
+    const size_t n = buildCorners_.Size();
     const MStlFeature& surfaceList = mesh.GetSurfaceList();
     // Surface of triangle i: buildSurfaces_ holds 0 for none or the list position + 1.
     auto surfaceOf = [&](size_t i) -> MStlSurface*

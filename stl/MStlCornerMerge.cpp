@@ -118,8 +118,8 @@ inline std::array<int, 3> Position(const WideCorner& r, const KeyLayout&)
 template <typename Record>
 void Sweep(Record* records, size_t count, const KeyLayout& layout, CornerMerge& merge)
 {
-    merge.triangles.resize(count / 3);
-    uint32_t* corners = merge.triangles.data()->data();
+    merge.triangles.Resize(count / 3);
+    auto& triangles = merge.triangles;
     size_t points = 0, run = 0, largest = 0;
     for (size_t i = 0; i < count; ++i)
     {
@@ -131,12 +131,13 @@ void Sweep(Record* records, size_t count, const KeyLayout& layout, CornerMerge& 
             run = 0;
         }
         ++run;
-        corners[records[i].corner] = static_cast<uint32_t>(points - 1);
+        const uint32_t corner = records[i].corner;
+        triangles[corner / 3][corner % 3] = static_cast<uint32_t>(points - 1);
     }
     merge.largestRun = run > largest ? run : largest;
-    merge.points.reserve(points);
+    merge.points.Resize(points);
     for (size_t p = 0; p < points; ++p)
-        merge.points.push_back(Position(records[p], layout));
+        merge.points[p] = Position(records[p], layout);
 }
 } // namespace
 

@@ -162,9 +162,9 @@ void DistributeGroups(size_t groups, const std::function<void(size_t)>& distribu
 struct CornerMerge
 {
     // The distinct positions in (z, x, y) order.
-    std::vector<std::array<int, 3>> points;
+    KelSDK::Triangles::Data::MStlBlockList<std::array<int, 3>> points;
     // Per facet, in facet order over all solids, the points of its three corners.
-    std::vector<std::array<uint32_t, 3>> triangles;
+    KelSDK::Triangles::Data::MStlBlockList<std::array<uint32_t, 3>> triangles;
     // The most corners found at one position (bounds the triangles any point can get).
     size_t largestRun = 0;
     // Some corner left the integer range.

@@ -30,9 +30,9 @@ template <class Source>
 std::vector<size_t> KeepProperTriangles(const Source& source, CornerMerge& merge, std::vector<uint32_t>* degenerate)
 {
     const bool countUses = merge.largestRun > MaxTrianglesPerPoint;
-    std::vector<uint32_t> uses(countUses ? merge.points.size() : 0, 0);
+    std::vector<uint32_t> uses(countUses ? merge.points.Size() : 0, 0);
     std::vector<size_t> kept(source.SolidCount(), 0);
-    std::array<uint32_t, 3>* triangles = merge.triangles.data();
+    auto& triangles = merge.triangles;
     size_t f = 0, out = 0;
     for (size_t s = 0; s < source.SolidCount(); ++s)
     {
@@ -54,7 +54,7 @@ std::vector<size_t> KeepProperTriangles(const Source& source, CornerMerge& merge
         }
         kept[s] = out - first;
     }
-    merge.triangles.resize(out);
+    merge.triangles.Resize(out);
     return kept;
 }
 
@@ -90,8 +90,11 @@ BuildResult BuildStandard(MStlBase& mesh, Source& source, const std::vector<std:
     // Create makes every triangle without a colour of its own, which is what a read without colours
     // asks for. With colours, the new triangles follow the ones the mesh had, in facet order; each
     // facet that was kept gives its colour to the next of them.
-    // Of the blocks the merge has freed, the mesh takes as many as its points and triangles fill.
-    MStlBlockReuse::KeepAtMost(merge.points.size() * sizeof(MStlPoint) + merge.triangles.size() * sizeof(MStlTriangle));
+    // Of the blocks the merge has freed, the mesh takes as many as its points and triangles fill
+    // beyond the blocks of its input, which it releases while it goes.
+    const size_t meshBytes = merge.points.Size() * sizeof(MStlPoint) + merge.triangles.Size() * sizeof(MStlTriangle);
+    const size_t inputBytes = merge.points.Size() * sizeof(merge.points[0]) + merge.triangles.Size() * sizeof(merge.triangles[0]);
+    MStlBlockReuse::KeepAtMost(meshBytes > inputBytes ? meshBytes - inputBytes : 0);
     const size_t before = mesh.NumberOfTriangles();
     mesh.Create(std::move(merge.points), std::move(merge.triangles), kept, &surfaces, nullptr, nullptr);
     if (!withColors)
@@ -160,11 +163,11 @@ bool FeedStoreMerged(Source& source, const KelSDK::Math::boundingbox<double, 3>&
     CornerMerge merge;
     MergeCorners(source, facetCount, box, mapper, merge);
     constexpr uint32_t unset = 0xFFFFFFFFu;
-    std::vector<uint32_t> vertexOf(merge.points.size(), unset);
+    std::vector<uint32_t> vertexOf(merge.points.Size(), unset);
     std::vector<std::array<int, 3>> vertices;
-    vertices.reserve(merge.points.size());
-    for (std::array<uint32_t, 3>& t : merge.triangles)
-        for (uint32_t& corner : t)
+    vertices.reserve(merge.points.Size());
+    for (size_t f = 0; f < merge.triangles.Size(); ++f)
+        for (uint32_t& corner : merge.triangles[f])
         {
             uint32_t& vertex = vertexOf[corner];
             if (vertex == unset)
@@ -174,7 +177,7 @@ bool FeedStoreMerged(Source& source, const KelSDK::Math::boundingbox<double, 3>&
             }
             corner = vertex;
         }
-    merge.points = std::vector<std::array<int, 3>>();
+    merge.points.Clear();
     vertexOf = std::vector<uint32_t>();
     if (!addVertices(vertices.data(), vertices.size()))
         return merge.overflow;

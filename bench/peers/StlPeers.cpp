@@ -5,7 +5,11 @@
 // load (ru_maxrss of the child minus its size before loading) is not hidden by an earlier one.
 //
 //   bench_stl_peers [FACETS] [RUNS] [binary|ascii] [LIBRARY...]
-//     default: 2000000 facets, best of 3 runs, both files, every library
+//     default: 2000000 facets, best of 3 runs, both files, every library ("native" among the
+//     libraries: this library's own format, loaded beside the binary imports)
+//
+// The last lines give the figures of the import targets: binary time against admesh and peak
+// bytes per facet, admesh's ASCII time against ours and peak, and native load against binary STL.
 //
 // Peers: admesh (stl_open, stl_check_facets_exact, stl_generate_shared_vertices), OpenMesh
 // (IO::read_mesh into a TriMesh), assimp (ReadFile with aiProcess_RemoveComponent of the normals
@@ -13,8 +17,10 @@
 
 #include "MeshGenerator.h"
 
+#include <KelSDK/FileIO/MFile.h>
 #include <KelSDK/Triangles/Data.h>
 #include <KelSDK/Triangles/IO/MStlBaseFileUtilities.h>
+#include <KelSDK/Triangles/IO/MStlFileIO.h>
 
 #include <algorithm>
 #include <chrono>
@@ -23,6 +29,7 @@
 #include <cstring>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <string>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -63,6 +70,53 @@ struct Measurement
 };
 
 using Loader = std::function<Loaded(const std::string& path)>;
+
+// The native file that holds the same mesh as the binary STL file being compared (made once).
+std::string nativeFile;
+
+bool SaveNative(KelSDK::Triangles::Data::MStlBase& mesh, const std::string& path)
+{
+    KelSDK::FileIO::MFile file(1 << 20);
+    if (!file.OPEN_WRITE(std::filesystem::path(path).wstring()))
+        return false;
+    KelSDK::Triangles::IO::MStlFileIO io;
+    io.SetStl(&mesh);
+    io.SetFile(file);
+    const bool saved = io.Save(nullptr) == KelSDK::Triangles::IO::eStlFileIOSuccess;
+    return file.Close() && saved;
+}
+
+// The native file of a binary STL file, saved from its import when missing; empty on failure.
+std::string EnsureNativeFile(const std::string& stl)
+{
+    std::string path = stl.substr(0, stl.size() - 4) + ".kstl";
+    std::error_code ec;
+    if (std::filesystem::exists(path, ec))
+        return path;
+    KelSDK::Triangles::Data::MStlBase mesh;
+    if (!KelSDK::Triangles::IO::MStlBaseFileUtilities::ReadStlMM(&mesh, std::filesystem::path(stl).wstring()) ||
+        !SaveNative(mesh, path + ".part"))
+        return std::string();
+    std::filesystem::rename(path + ".part", path);
+    return path;
+}
+
+// This library's own format, the same mesh as the STL file (whose path is not used).
+Loaded LoadKelNative(const std::string&)
+{
+    KelSDK::Triangles::Data::MStlBase mesh;
+    KelSDK::FileIO::MFile file(1 << 20);
+    Loaded r;
+    if (!file.OPEN_READ(std::filesystem::path(nativeFile).wstring()))
+        return r;
+    KelSDK::Triangles::IO::MStlFileIO io;
+    io.SetStl(&mesh);
+    io.SetFile(file);
+    r.ok = io.Load(nullptr) == KelSDK::Triangles::IO::eStlFileIOSuccess;
+    r.vertices = mesh.NumberOfPoints();
+    r.triangles = mesh.NumberOfTriangles();
+    return r;
+}
 
 Loaded LoadKel(const std::string& path)
 {
@@ -181,6 +235,44 @@ Measurement MeasureInChild(const Loader& load, const std::string& path)
     return m;
 }
 
+// Best measurement by "input/loader".
+using Summary = std::map<std::string, Measurement>;
+
+// The figures that the import targets are stated in, from this run's measurements.
+void PrintTargets(const Summary& summary, uint64_t facets, int runs)
+{
+    const auto find = [&summary](const char* key) -> const Measurement*
+    {
+        const auto it = summary.find(key);
+        return it != summary.end() && it->second.ok ? &it->second : nullptr;
+    };
+    const Measurement* binary = find("binary/KelSDK");
+    const Measurement* ascii = find("ASCII/KelSDK");
+    const Measurement* native = find("binary/native");
+    const Measurement* binaryPeer = find("binary/admesh");
+    const Measurement* asciiPeer = find("ASCII/admesh");
+    std::printf("targets at %llu facets (best of %d runs, fresh processes, loaders in turns):\n",
+                static_cast<unsigned long long>(facets), runs);
+    const double n = static_cast<double>(facets);
+    if (binary != nullptr)
+    {
+        if (binaryPeer != nullptr)
+            std::printf("  binary STL, time against admesh:      %6.2f   (target at most 0.80)\n",
+                        binary->seconds / binaryPeer->seconds);
+        std::printf("  binary STL, peak bytes per facet:    %7.1f   (target at most 130)\n", binary->peakBytes / n);
+        std::printf("  binary STL, time per facet:          %7.1f ns\n", 1e9 * binary->seconds / n);
+    }
+    if (ascii != nullptr)
+    {
+        if (asciiPeer != nullptr)
+            std::printf("  ASCII STL, admesh's time against ours: %5.2f   (target at least 4.0)\n",
+                        asciiPeer->seconds / ascii->seconds);
+        std::printf("  ASCII STL, peak bytes per facet:     %7.1f   (target at most 160)\n", ascii->peakBytes / n);
+    }
+    if (native != nullptr && binary != nullptr)
+        std::printf("  native load against binary STL:       %6.3f   (target at most 0.25)\n",
+                    native->seconds / binary->seconds);
+}
 } // namespace
 
 int main(int argc, char** argv)
@@ -214,11 +306,19 @@ int main(int argc, char** argv)
                 kept.push_back(loaders[i]);
         loaders = kept;
     }
+    // The native load of the same mesh runs beside the binary imports, for the ratio of the two.
+    if (only != "ascii" && (chosen.empty() || std::find(chosen.begin(), chosen.end(), "native") != chosen.end()))
+    {
+        nativeFile = EnsureNativeFile(files.binary);
+        if (nativeFile.empty())
+            std::printf("the native file could not be written; native load left out\n");
+    }
     std::vector<std::pair<const char*, std::string>> inputs;
     if (only != "ascii")
         inputs.push_back({"binary", files.binary});
     if (only != "binary")
         inputs.push_back({"ASCII", files.ascii});
+    Summary summary;
     std::printf("best of %d runs per load, loaders taking turns, each load in a fresh process; machine "
                 "shared with other work\n\n",
                 runs);
@@ -229,25 +329,29 @@ int main(int argc, char** argv)
                     static_cast<unsigned long long>(files.facets), bytes / 1e6, input.second.c_str());
         std::printf("  %-9s %9s %9s %9s %9s %11s %9s %10s %10s\n", "library", "time s", "x KelSDK", "cpu s",
                     "x KelSDK", "peak MB", "B/facet", "vertices", "triangles");
+        std::vector<std::pair<const char*, Loader>> turn = loaders;
+        if (std::string(input.first) == "binary" && !nativeFile.empty())
+            turn.insert(turn.begin() + 1, {"native", &LoadKelNative});
         // The loaders take turns run by run, so that a change of load on the machine affects all.
-        std::vector<Measurement> best(loaders.size());
+        std::vector<Measurement> best(turn.size());
         for (int run = 0; run < runs; ++run)
-            for (size_t l = 0; l < loaders.size(); ++l)
+            for (size_t l = 0; l < turn.size(); ++l)
             {
-                const Measurement m = MeasureInChild(loaders[l].second, input.second);
+                const Measurement m = MeasureInChild(turn[l].second, input.second);
                 if (m.ok && (!best[l].ok || m.seconds < best[l].seconds))
                     best[l] = m;
             }
         const Measurement& reference = best.front();
-        for (size_t l = 0; l < loaders.size(); ++l)
+        for (size_t l = 0; l < turn.size(); ++l)
         {
+            summary[std::string(input.first) + "/" + turn[l].first] = best[l];
             const Measurement& m = best[l];
             if (!m.ok)
             {
-                std::printf("  %-9s failed\n", loaders[l].first);
+                std::printf("  %-9s failed\n", turn[l].first);
                 continue;
             }
-            std::printf("  %-9s %9.3f %9.2f %9.3f %9.2f %11.1f %9.1f %10llu %10llu\n", loaders[l].first,
+            std::printf("  %-9s %9.3f %9.2f %9.3f %9.2f %11.1f %9.1f %10llu %10llu\n", turn[l].first,
                         m.seconds, reference.ok ? m.seconds / reference.seconds : 0.0, m.cpuSeconds,
                         reference.ok ? m.cpuSeconds / reference.cpuSeconds : 0.0, m.peakBytes / 1e6,
                         m.peakBytes / static_cast<double>(files.facets),
@@ -256,5 +360,6 @@ int main(int argc, char** argv)
         }
         std::printf("\n");
     }
+    PrintTargets(summary, files.facets, runs);
     return 0;
 }

@@ -17,6 +17,15 @@ Points Quad()
     return {{0, 0, 0}, {10, 0, 0}, {0, 10, 0}, {10, 10, 0}};
 }
 
+// The values of a vector in a block list.
+template <typename T> MStlBlockList<T> Listed(const std::vector<T>& values)
+{
+    MStlBlockList<T> list;
+    for (const T& v : values)
+        list.PushBack(v);
+    return list;
+}
+
 std::vector<const MStlTriangle*> Iterated(const MStlBase& stl)
 {
     std::vector<const MStlTriangle*> out;
@@ -151,8 +160,8 @@ TEST(MStlBaseStandard, CreateFromOneFlatListMatchesNestedLists)
     std::vector<MStlPoint*> flatPoints;
     ASSERT_TRUE(nested.Create(Quad(), Lists{{{0, 1, 2}}, {}, {{1, 3, 2}, {0, 1, 3}}}, &nestedSurfaces, nullptr,
                               &nestedTriangles));
-    ASSERT_TRUE(flat.Create(Quad(), {{0, 1, 2}, {1, 3, 2}, {0, 1, 3}}, {1, 0, 2}, &flatSurfaces, &flatPoints,
-                            &flatTriangles));
+    ASSERT_TRUE(flat.Create(Listed(Quad()), Listed<std::array<uint32_t, 3>>({{0, 1, 2}, {1, 3, 2}, {0, 1, 3}}),
+                            {1, 0, 2}, &flatSurfaces, &flatPoints, &flatTriangles));
     EXPECT_EQ("", CompareMeshes(nested, flat));
     ASSERT_EQ(3u, flatTriangles.size());
     EXPECT_EQ(flatSurfaces[2], flatTriangles[1]->GetSurface());
@@ -168,19 +177,19 @@ TEST(MStlBaseStandard, CreateFromOneFlatListRejectsCountsAndIndicesThatDoNotFit)
     const Flat two{{0, 1, 2}, {1, 3, 2}};
     {
         SCOPED_TRACE("counts short of the list");
-        EXPECT_FALSE(stl.Create(Quad(), two, {1}, nullptr, nullptr, nullptr));
+        EXPECT_FALSE(stl.Create(Listed(Quad()), Listed(two), {1}, nullptr, nullptr, nullptr));
     }
     {
         SCOPED_TRACE("counts beyond the list");
-        EXPECT_FALSE(stl.Create(Quad(), two, {1, 2}, nullptr, nullptr, nullptr));
+        EXPECT_FALSE(stl.Create(Listed(Quad()), Listed(two), {1, 2}, nullptr, nullptr, nullptr));
     }
     {
         SCOPED_TRACE("an index past the points");
-        EXPECT_FALSE(stl.Create(Quad(), Flat{{0, 1, 4}}, {1}, nullptr, nullptr, nullptr));
+        EXPECT_FALSE(stl.Create(Listed(Quad()), Listed(Flat{{0, 1, 4}}), {1}, nullptr, nullptr, nullptr));
     }
     EXPECT_EQ(0u, stl.NumberOfPoints());
     EXPECT_EQ(0u, stl.NumberOfTriangles());
-    EXPECT_TRUE(stl.Create(Points(), Flat(), {}, nullptr, nullptr, nullptr));
+    EXPECT_TRUE(stl.Create(Listed(Points()), Listed(Flat()), {}, nullptr, nullptr, nullptr));
 }
 
 TEST(MStlBaseStandard, ElementsStayPutWhileTheMeshGrows)
@@ -572,14 +581,14 @@ TEST(MStlBlockReuse, FreedStandardBlocksServeTheNextAllocations)
 // More points and triangles than one standard block holds: the runs continue across blocks.
 TEST(MStlBaseStandard, CreateAcrossStandardBlocks)
 {
-    const size_t side = 1300; // 1.69 million points, 0.8 million triangles of a strip
+    const size_t side = 1500; // 2.25 million points, 1.1 million triangles of a strip
     Points points;
     points.reserve(side * side);
     for (size_t y = 0; y < side; ++y)
         for (size_t x = 0; x < side; ++x)
             points.push_back({int(x), int(y), 0});
     std::vector<std::array<uint32_t, 3>> triangles;
-    for (uint32_t i = 0; i + side + 1 < points.size() && triangles.size() < 800000; i += 2)
+    for (uint32_t i = 0; i + side + 1 < points.size() && triangles.size() < 1100000; i += 2)
         triangles.push_back({i, i + 1, i + uint32_t(side)});
     const size_t count = triangles.size();
     ASSERT_GT(points.size(), MStlBlockPool<MStlPoint>::PieceElements);
@@ -588,7 +597,7 @@ TEST(MStlBaseStandard, CreateAcrossStandardBlocks)
     MStlBase stl;
     std::vector<MStlPoint*> created;
     std::vector<MStlTriangle*> made;
-    ASSERT_TRUE(stl.Create(points, std::move(triangles), {count}, nullptr, &created, &made));
+    ASSERT_TRUE(stl.Create(Listed(points), Listed(triangles), {count}, nullptr, &created, &made));
     size_t i = 0, wrong = 0;
     for (MStlPoint* p = stl.GetPointList().GetFirstPoint(); p; p = p->GetNext(), ++i)
         wrong += i >= created.size() || created[i] != p || p->GetX() != points[i][0] || p->GetY() != points[i][1];
@@ -605,4 +614,32 @@ TEST(MStlBaseStandard, CreateAcrossStandardBlocks)
     }
     EXPECT_EQ(count, t) << "triangles";
     EXPECT_EQ(0u, wrongCorners) << "every triangle's corners, index and place in the created list";
+}
+
+// A block list keeps its values across the growth of its first block and into further standard
+// blocks, zeroes what it grows by, and frees whole blocks before a given place.
+TEST(MStlBlockList, GrowsAcrossBlocksAndReleasesFromTheFront)
+{
+    using List = MStlBlockList<std::array<uint32_t, 3>>;
+    const size_t count = List::BlockElements + 1000;
+    List list;
+    for (uint32_t i = 0; i < 100; ++i)
+        list.PushBack({i, i + 1, i + 2});
+    list.Resize(count);
+    EXPECT_EQ(count, list.Size()) << "size";
+    EXPECT_EQ(99u, list[99][0]) << "values pushed before the first block became a whole one";
+    EXPECT_EQ(0u, list[100][2]) << "values added by Resize are zero";
+    EXPECT_EQ(0u, list[count - 1][1]) << "in the second block too";
+    list[count - 1] = {7, 8, 9};
+    {
+        const MStlBlockReuse scope;
+        list.ReleaseBefore(List::BlockElements - 1);
+        EXPECT_EQ(0u, MStlBlockReuse::KeptBytes()) << "a block with a value at or after the place stays";
+        list.ReleaseBefore(List::BlockElements);
+        EXPECT_EQ(MStlStandardBlockBytes, MStlBlockReuse::KeptBytes()) << "the first block goes once passed";
+        EXPECT_EQ(9u, list[count - 1][2]) << "the second block keeps its values";
+        List moved = std::move(list);
+        EXPECT_EQ(count, moved.Size()) << "a move takes the values";
+        EXPECT_EQ(0u, list.Size()) << "and leaves an empty list";
+    }
 }

@@ -234,7 +234,9 @@ TEST(MStlFileReaderTarget, StoresMatchCornerByCornerFilling)
                 }
                 const MStlColor colour = MStlColor::ConvertFrom16BitValue(f.GetAttribute());
                 if (compact != nullptr)
+                {
                     mask->SetInfo(compact->AddTriangle(v[0], v[1], v[2]), colour);
+                }
                 else
                 {
                     onDisk->AddSurfaceTriangle(v[0], v[1], v[2]);
@@ -255,8 +257,10 @@ TEST(MStlFileReaderTarget, StoresMatchCornerByCornerFilling)
         KelSDK::Math::point<int, 3> g;
         scale.Transform(solids[0][7].GetVertex(1), g);
         if (compact != nullptr)
+        {
             EXPECT_EQ(built.GetStlHybrid().GetStlCompact()->AddVertexIE(g[0], g[1], g[2]),
                       compact->AddVertexIE(g[0], g[1], g[2]))
                 << "a known position";
+        }
     }
 }

@@ -85,49 +85,28 @@ MStlPoint* MStlBase::CreatePoint(int x, int y, int z)
     return p;
 }
 
-std::vector<MStlPoint*> MStlBase::_AppendPointRun(std::vector<std::array<int, 3>>& points,
-                                                  std::vector<MStlPoint*>* createdPoints)
+namespace
 {
-    constexpr size_t piece = MStlBlockPool<MStlPoint>::PieceElements;
-    const size_t n = points.size();
-    std::vector<MStlPoint*> runs;
-    if (createdPoints)
-        createdPoints->resize(n);
-    if (n == 0)
-        return runs;
-    bool sorted = true;
-    MStlPoint* first = nullptr;
-    MStlPoint* previous = nullptr;
-    for (size_t done = 0; done < n;)
-    {
-        const size_t count = std::min(piece, n - done);
-        MStlPoint* run = points_.Reserve(count);
-        runs.push_back(run);
-        for (size_t i = 0; i < count; ++i)
-        {
-            const std::array<int, 3>& c = points[done + i];
-            MStlPoint* p = new (run + i) MStlPoint(c[0], c[1], c[2]);
-            if (previous != nullptr)
-            {
-                previous->next_ = p;
-                sorted = sorted && !MStlPoint::LessZXY(*p, *previous);
-            }
-            else
-            {
-                first = p;
-            }
-            previous = p;
-            if (createdPoints)
-                (*createdPoints)[done + i] = p;
-        }
-        points_.Commit(count);
-        done += count;
-    }
-    points = std::vector<std::array<int, 3>>();
-    pointList_._Append(first, previous, n);
-    pointList_._IndexNewPoints(first, n, sorted);
-    return runs;
-}
+// Points given as a vector, which goes once all are placed.
+struct VectorPoints
+{
+    std::vector<std::array<int, 3>>& points;
+    size_t Size() const { return points.size(); }
+    const std::array<int, 3>& At(size_t i) const { return points[i]; }
+    void ReleaseBefore(size_t) {}
+    void Clear() { points = std::vector<std::array<int, 3>>(); }
+};
+
+// Points given as a block list, released block by block as they are placed.
+struct BlockPoints
+{
+    MStlBlockList<std::array<int, 3>>& points;
+    size_t Size() const { return points.Size(); }
+    const std::array<int, 3>& At(size_t i) const { return points[i]; }
+    void ReleaseBefore(size_t i) { points.ReleaseBefore(i); }
+    void Clear() { points.Clear(); }
+};
+} // namespace
 
 bool MStlBase::CreatePoints(std::vector<std::array<int, 3>> points, std::vector<MStlPoint*>* createdPoints)
 {
@@ -172,20 +151,69 @@ MStlTriangle* MStlBase::CreateTriangle(MStlPoint* p0, MStlPoint* p1, MStlPoint* 
     return t;
 }
 
-// Create over any index width. Lists is a sequence of index-triple lists: Count() lists,
-// Size(s) triples in list s, At(s) the first of them, Release(s) once list s has been consumed.
+// Bulk creation over any form of the input. Points: Size(), At(i), ReleaseBefore(i) (the input
+// before i is no longer needed), Clear(). Lists of index triples: Count() lists, Size(s) triples in
+// list s, At(s, i) the i-th of them, Consumed(s, i) once the triples before the i-th of list s have
+// been used.
 class MStlBaseImpl
 {
 public:
-    template <typename Lists>
-    static bool Create(MStlBase& mesh, std::vector<std::array<int, 3>>& points, Lists& lists,
-                       const std::vector<MStlSurface*>* surfaces, std::vector<MStlPoint*>* createdPoints,
-                       std::vector<MStlTriangle*>* createdTriangles)
+    // Places the points at the end of the point store in runs of whole pool blocks (input index i
+    // is result[i / PieceElements] + i % PieceElements), links and indexes them, frees the input as
+    // it goes and lists them in *createdPoints when given.
+    template <typename Points>
+    static std::vector<MStlPoint*> AppendPoints(MStlBase& mesh, Points& points, std::vector<MStlPoint*>* createdPoints)
+    {
+        constexpr size_t piece = MStlBlockPool<MStlPoint>::PieceElements;
+        const size_t n = points.Size();
+        std::vector<MStlPoint*> runs;
+        if (createdPoints)
+            createdPoints->resize(n);
+        if (n == 0)
+            return runs;
+        bool sorted = true;
+        MStlPoint* first = nullptr;
+        MStlPoint* previous = nullptr;
+        for (size_t done = 0; done < n;)
+        {
+            const size_t count = std::min(piece, n - done);
+            MStlPoint* run = mesh.points_.Reserve(count);
+            runs.push_back(run);
+            for (size_t i = 0; i < count; ++i)
+            {
+                const std::array<int, 3>& c = points.At(done + i);
+                MStlPoint* p = new (run + i) MStlPoint(c[0], c[1], c[2]);
+                if (previous != nullptr)
+                {
+                    previous->next_ = p;
+                    sorted = sorted && !MStlPoint::LessZXY(*p, *previous);
+                }
+                else
+                {
+                    first = p;
+                }
+                previous = p;
+                if (createdPoints)
+                    (*createdPoints)[done + i] = p;
+            }
+            mesh.points_.Commit(count);
+            done += count;
+            points.ReleaseBefore(done);
+        }
+        points.Clear();
+        mesh.pointList_._Append(first, previous, n);
+        mesh.pointList_._IndexNewPoints(first, n, sorted);
+        return runs;
+    }
+
+    template <typename Points, typename Lists>
+    static bool Create(MStlBase& mesh, Points& points, Lists& lists, const std::vector<MStlSurface*>* surfaces,
+                       std::vector<MStlPoint*>* createdPoints, std::vector<MStlTriangle*>* createdTriangles)
     {
         if (mesh.hybrid_.GetState() != eStlStandard)
             return false;
         // Check everything before touching the mesh: surfaces, counts, indices.
-        const size_t numPoints = points.size();
+        const size_t numPoints = points.Size();
         size_t numTriangles = 0;
         std::vector<MStlSurface*> target(lists.Count(), nullptr);
         for (size_t s = 0; s < lists.Count(); ++s)
@@ -194,10 +222,12 @@ public:
             if (surface && surface->GetStl() != &mesh)
                 return false;
             target[s] = surface ? surface : mesh.GetMainSurface();
-            const auto* t = lists.At(s);
             for (size_t i = 0, n = lists.Size(s); i < n; ++i)
-                if (t[i][0] >= numPoints || t[i][1] >= numPoints || t[i][2] >= numPoints)
+            {
+                const auto& t = lists.At(s, i);
+                if (t[0] >= numPoints || t[1] >= numPoints || t[2] >= numPoints)
                     return false;
+            }
             numTriangles += lists.Size(s);
         }
         const size_t firstTriangle = mesh.triangles_.Size();
@@ -207,10 +237,10 @@ public:
         // Points in runs of whole pool blocks: input index i is in run i / piece.
         const size_t firstPoint = mesh.points_.Size();
         constexpr size_t piece = MStlBlockPool<MStlPoint>::PieceElements;
-        const std::vector<MStlPoint*> runs = mesh._AppendPointRun(points, createdPoints);
+        const std::vector<MStlPoint*> runs = AppendPoints(mesh, points, createdPoints);
         const auto point = [&runs](size_t i) { return runs[i / piece] + i % piece; };
 
-        // Triangles in input order, in runs of whole pool blocks.
+        // Triangles in input order, in runs of whole pool blocks; the input goes as it is used.
         if (createdTriangles)
         {
             createdTriangles->clear();
@@ -224,28 +254,29 @@ public:
         {
             MStlSurface* surface = target[s];
             std::vector<MStlTriangle*>& list = surface->triangles_;
-            const auto* c = lists.At(s);
             const size_t n = lists.Size(s);
             list.reserve(list.size() + n);
             for (size_t i = 0; i < n; ++i, ++t, --room, --left)
             {
                 if (room == 0)
                 {
+                    lists.Consumed(s, i);
                     room = std::min(trianglePiece, left);
                     t = mesh.triangles_.Reserve(room);
                     mesh.triangles_.Commit(room);
                 }
+                const auto& c = lists.At(s, i);
                 new (t) MStlTriangle();
-                t->points_[0] = point(c[i][0]);
-                t->points_[1] = point(c[i][1]);
-                t->points_[2] = point(c[i][2]);
+                t->points_[0] = point(c[0]);
+                t->points_[1] = point(c[1]);
+                t->points_[2] = point(c[2]);
                 t->surface_ = surface;
                 t->index_ = index++;
                 list.push_back(t);
                 if (createdTriangles)
                     createdTriangles->push_back(t);
             }
-            lists.Release(s);
+            lists.Consumed(s, n);
         }
         mesh.validity_.InvalidateBoundingBox();
         if (numPoints > 0)
@@ -256,31 +287,38 @@ public:
     }
 };
 
+std::vector<MStlPoint*> MStlBase::_AppendPointRun(std::vector<std::array<int, 3>>& points,
+                                                  std::vector<MStlPoint*>* createdPoints)
+{
+    VectorPoints given{points};
+    return MStlBaseImpl::AppendPoints(*this, given, createdPoints);
+}
+
 namespace
 {
-// One vector of 64-bit triples per list.
+// One vector of 64-bit triples per list, each freed once used.
 struct NestedLists
 {
     std::vector<std::vector<std::array<size_t, 3>>>& lists;
     size_t Count() const { return lists.size(); }
     size_t Size(size_t s) const { return lists[s].size(); }
-    const std::array<size_t, 3>* At(size_t s) const { return lists[s].data(); }
-    void Release(size_t s) { lists[s] = std::vector<std::array<size_t, 3>>(); }
+    const std::array<size_t, 3>& At(size_t s, size_t i) const { return lists[s][i]; }
+    void Consumed(size_t s, size_t i)
+    {
+        if (i == lists[s].size())
+            lists[s] = std::vector<std::array<size_t, 3>>();
+    }
 };
 
-// All lists one after another in one vector of 32-bit triples.
+// All lists one after another in one block list of 32-bit triples, released block by block.
 struct FlatLists
 {
-    std::vector<std::array<uint32_t, 3>>& triangles;
+    MStlBlockList<std::array<uint32_t, 3>>& triangles;
     std::vector<size_t> offsets; // list s runs from offsets[s] to offsets[s + 1]
     size_t Count() const { return offsets.size() - 1; }
     size_t Size(size_t s) const { return offsets[s + 1] - offsets[s]; }
-    const std::array<uint32_t, 3>* At(size_t s) const { return triangles.data() + offsets[s]; }
-    void Release(size_t s)
-    {
-        if (s + 1 == Count())
-            triangles = std::vector<std::array<uint32_t, 3>>();
-    }
+    const std::array<uint32_t, 3>& At(size_t s, size_t i) const { return triangles[offsets[s] + i]; }
+    void Consumed(size_t s, size_t i) { triangles.ReleaseBefore(offsets[s] + i); }
 };
 } // namespace
 
@@ -289,11 +327,12 @@ bool MStlBase::Create(std::vector<std::array<int, 3>> points,
                       const std::vector<MStlSurface*>* surfaces, std::vector<MStlPoint*>* createdPoints,
                       std::vector<MStlTriangle*>* createdTriangles)
 {
+    VectorPoints given{points};
     NestedLists lists{trianglesPerSurface};
-    return MStlBaseImpl::Create(*this, points, lists, surfaces, createdPoints, createdTriangles);
+    return MStlBaseImpl::Create(*this, given, lists, surfaces, createdPoints, createdTriangles);
 }
 
-bool MStlBase::Create(std::vector<std::array<int, 3>> points, std::vector<std::array<uint32_t, 3>> triangles,
+bool MStlBase::Create(MStlBlockList<std::array<int, 3>> points, MStlBlockList<std::array<uint32_t, 3>> triangles,
                       const std::vector<size_t>& trianglesPerSurface, const std::vector<MStlSurface*>* surfaces,
                       std::vector<MStlPoint*>* createdPoints, std::vector<MStlTriangle*>* createdTriangles)
 {
@@ -301,13 +340,14 @@ bool MStlBase::Create(std::vector<std::array<int, 3>> points, std::vector<std::a
     lists.offsets.reserve(trianglesPerSurface.size() + 1);
     for (size_t count : trianglesPerSurface)
     {
-        if (count > triangles.size() - lists.offsets.back())
+        if (count > triangles.Size() - lists.offsets.back())
             return false;
         lists.offsets.push_back(lists.offsets.back() + count);
     }
-    if (lists.offsets.back() != triangles.size())
+    if (lists.offsets.back() != triangles.Size())
         return false;
-    return MStlBaseImpl::Create(*this, points, lists, surfaces, createdPoints, createdTriangles);
+    BlockPoints given{points};
+    return MStlBaseImpl::Create(*this, given, lists, surfaces, createdPoints, createdTriangles);
 }
 
 MStlSurface* MStlBase::GetMainSurface() const

@@ -2,6 +2,7 @@
 // mesh sections in a fixed order and a block of named plug-in sections.
 #pragma once
 
+#include <KelSDK/Triangles/Data/MStlBlockPool.h>
 #include <KelSDK/Triangles/IO/Export.h>
 #include <KelSDK/Triangles/IO/IStlFileIOPersist.h>
 
@@ -210,12 +211,12 @@ private:
     std::unique_ptr<MReferenceMaps> maps_;
     // Triangle build buffers, filled by the triangle list and handed to the mesh once the surface
     // list is known: corner indices, surface per triangle (0 none, else position + 1), colours.
-    std::vector<std::array<uint32_t, 3>> buildCorners_;
+    KelSDK::Triangles::Data::MStlBlockList<std::array<uint32_t, 3>> buildCorners_;
     std::vector<uint32_t> buildSurfaces_;
     std::vector<uint32_t> buildColors_;
     // Standard kind: points read but not yet created (they are created together with the
     // triangles in one call), and the positions of the user-defined ones.
-    std::vector<std::array<int, 3>> pendingPoints_;
+    KelSDK::Triangles::Data::MStlBlockList<std::array<int, 3>> pendingPoints_;
     std::vector<uint64_t> pendingUserDefined_;
     bool hasPendingPoints_ = false;
 

@@ -7,10 +7,12 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <functional>
 #include <iterator>
 #include <new>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace KelSDK::Triangles::Data
@@ -45,6 +47,132 @@ public:
     static void KeepAtMost(size_t bytes);
     // Bytes kept for use again right now.
     static size_t KeptBytes();
+};
+
+// A list of values in standard blocks: it grows without moving what it holds, and bulk creation
+// releases its blocks as it consumes them, so that inside an MStlBlockReuse scope the created
+// elements take over that memory. A list of less than a block's worth takes one block of its size.
+// Values are trivially copyable; new ones are zero.
+template <typename T> class MStlBlockList
+{
+    static_assert(std::is_trivially_copyable<T>::value, "values are moved as bytes");
+
+public:
+    // Values per standard block.
+    static constexpr size_t BlockElements = MStlStandardBlockBytes / sizeof(T);
+
+    MStlBlockList() = default;
+    ~MStlBlockList() { Clear(); }
+    MStlBlockList(const MStlBlockList&) = delete;
+    MStlBlockList& operator=(const MStlBlockList&) = delete;
+    MStlBlockList(MStlBlockList&& other) noexcept { *this = std::move(other); }
+    MStlBlockList& operator=(MStlBlockList&& other) noexcept
+    {
+        if (this != &other)
+        {
+            Clear();
+            blocks_.swap(other.blocks_);
+            size_ = other.size_;
+            firstCapacity_ = other.firstCapacity_;
+            other.size_ = 0;
+            other.firstCapacity_ = 0;
+        }
+        return *this;
+    }
+
+    size_t Size() const { return size_; }
+    bool Empty() const { return size_ == 0; }
+    T& operator[](size_t i) { return blocks_[i / BlockElements][i % BlockElements]; }
+    const T& operator[](size_t i) const { return blocks_[i / BlockElements][i % BlockElements]; }
+
+    // Makes the list count long (bad_alloc when memory is exhausted).
+    void Resize(size_t count)
+    {
+        _Grow(count);
+        for (size_t i = size_; i < count; ++i)
+            (*this)[i] = T();
+        size_ = count;
+    }
+    void PushBack(const T& value)
+    {
+        if (size_ == _Capacity())
+            _Grow(size_ + 1);
+        (*this)[size_++] = value;
+    }
+    // Frees the blocks that hold nothing at or after index i; their values are gone.
+    void ReleaseBefore(size_t i)
+    {
+        for (size_t b = 0; b < blocks_.size() && (b + 1) * BlockElements <= i; ++b)
+            _Free(b);
+    }
+    void Clear()
+    {
+        for (size_t b = 0; b < blocks_.size(); ++b)
+            _Free(b);
+        blocks_.clear();
+        size_ = 0;
+        firstCapacity_ = 0;
+    }
+
+private:
+    size_t _Capacity() const
+    {
+        return blocks_.size() <= 1 ? firstCapacity_ : blocks_.size() * BlockElements;
+    }
+    static size_t _BlockBytes(size_t capacity)
+    {
+        return capacity == BlockElements ? MStlStandardBlockBytes : capacity * sizeof(T);
+    }
+    void _Free(size_t b)
+    {
+        if (blocks_[b] != nullptr)
+            MStlFreeBlock(blocks_[b], _BlockBytes(b == 0 ? firstCapacity_ : BlockElements));
+        blocks_[b] = nullptr;
+    }
+    // Room for count values: the first block grows (by doubling, up to a whole block) while the
+    // list fits one block; beyond that, whole blocks are added.
+    void _Grow(size_t count)
+    {
+        if (count <= _Capacity())
+            return;
+        if (count <= BlockElements && blocks_.size() <= 1)
+        {
+            size_t capacity = std::max<size_t>(firstCapacity_ * 2, 64);
+            capacity = std::min(std::max(capacity, count), BlockElements);
+            T* block = static_cast<T*>(MStlAllocateBlock(_BlockBytes(capacity)));
+            if (!blocks_.empty())
+            {
+                std::memcpy(static_cast<void*>(block), blocks_[0], size_ * sizeof(T));
+                _Free(0);
+                blocks_[0] = block;
+            }
+            else
+            {
+                blocks_.push_back(block);
+            }
+            firstCapacity_ = capacity;
+            return;
+        }
+        if (!blocks_.empty() && firstCapacity_ < BlockElements)
+        {
+            // The first block becomes a whole one before more follow.
+            T* block = static_cast<T*>(MStlAllocateBlock(MStlStandardBlockBytes));
+            std::memcpy(static_cast<void*>(block), blocks_[0], size_ * sizeof(T));
+            _Free(0);
+            blocks_[0] = block;
+            firstCapacity_ = BlockElements;
+        }
+        while (blocks_.size() * BlockElements < count)
+        {
+            blocks_.push_back(static_cast<T*>(MStlAllocateBlock(MStlStandardBlockBytes)));
+            if (blocks_.size() == 1)
+                firstCapacity_ = BlockElements;
+        }
+    }
+
+    std::vector<T*> blocks_;
+    size_t size_ = 0;
+    size_t firstCapacity_ = 0; // capacity of the first block
 };
 
 template <typename T> class MStlBlockPool

@@ -66,6 +66,7 @@ public:
 private:
     friend class MStlPointList;
     friend class MStlBase;
+    friend class MStlBaseImpl;
 
     int x_ = 0;
     int y_ = 0;
