@@ -13,13 +13,12 @@
 //   the peer comparison at 10^7 facets: bench_stl_peers 10000000 3
 
 #include "MeshGenerator.h"
+#include "NativeFiles.h"
 
 #include <KelSDK/Common/InternalUnits.h>
 #include <KelSDK/Common/StringConversion.h>
-#include <KelSDK/FileIO/MFile.h>
 #include <KelSDK/Triangles/Data.h>
 #include <KelSDK/Triangles/IO/MStlBaseFileUtilities.h>
-#include <KelSDK/Triangles/IO/MStlFileIO.h>
 
 #include <benchmark/benchmark.h>
 
@@ -71,29 +70,6 @@ std::wstring Wide(const std::string& path)
     return KelSDK::Common::StringConversion::Utf8ToNative(path);
 }
 
-bool SaveNative(MStlBase& mesh, const std::string& path)
-{
-    KelSDK::FileIO::MFile file(1 << 20);
-    if (!file.OPEN_WRITE(Wide(path)))
-        return false;
-    IO::MStlFileIO io;
-    io.SetStl(&mesh);
-    io.SetFile(file);
-    const bool saved = io.Save(nullptr) == IO::eStlFileIOSuccess;
-    return file.Close() && saved;
-}
-
-bool LoadNative(MStlBase& mesh, const std::string& path)
-{
-    KelSDK::FileIO::MFile file(1 << 20);
-    if (!file.OPEN_READ(Wide(path)))
-        return false;
-    IO::MStlFileIO io;
-    io.SetStl(&mesh);
-    io.SetFile(file);
-    return io.Load(nullptr) == IO::eStlFileIOSuccess;
-}
-
 // The native file of the torus, saved from its binary STL import when missing.
 std::string NativeFile(const KelBench::TorusFiles& files, uint64_t size)
 {
@@ -103,7 +79,7 @@ std::string NativeFile(const KelBench::TorusFiles& files, uint64_t size)
     if (std::filesystem::exists(path, ec))
         return path;
     MStlBase mesh;
-    if (!IO::MStlBaseFileUtilities::ReadStlMM(&mesh, Wide(files.binary)) || !SaveNative(mesh, path + ".part"))
+    if (!IO::MStlBaseFileUtilities::ReadStlMM(&mesh, Wide(files.binary)) || !KelBench::SaveNative(mesh, Wide(path + ".part")))
         return std::string();
     std::filesystem::rename(path + ".part", path);
     return path;
@@ -113,7 +89,7 @@ std::string NativeFile(const KelBench::TorusFiles& files, uint64_t size)
 bool Load(const std::string& kind, const KelBench::TorusFiles& files, const std::string& native, MStlBase& mesh)
 {
     if (kind == "native")
-        return LoadNative(mesh, native);
+        return KelBench::LoadNative(mesh, Wide(native));
     if (kind == "compact")
         mesh.GetStlHybrid().SetState(Data::eStlCompact);
     if (kind == "ondisk")

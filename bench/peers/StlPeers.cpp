@@ -16,11 +16,10 @@
 // and aiProcess_JoinIdenticalVertices, without which it does not merge by position).
 
 #include "MeshGenerator.h"
+#include "NativeFiles.h"
 
-#include <KelSDK/FileIO/MFile.h>
 #include <KelSDK/Triangles/Data.h>
 #include <KelSDK/Triangles/IO/MStlBaseFileUtilities.h>
-#include <KelSDK/Triangles/IO/MStlFileIO.h>
 
 #include <algorithm>
 #include <chrono>
@@ -74,18 +73,6 @@ using Loader = std::function<Loaded(const std::string& path)>;
 // The native file that holds the same mesh as the binary STL file being compared (made once).
 std::string nativeFile;
 
-bool SaveNative(KelSDK::Triangles::Data::MStlBase& mesh, const std::string& path)
-{
-    KelSDK::FileIO::MFile file(1 << 20);
-    if (!file.OPEN_WRITE(std::filesystem::path(path).wstring()))
-        return false;
-    KelSDK::Triangles::IO::MStlFileIO io;
-    io.SetStl(&mesh);
-    io.SetFile(file);
-    const bool saved = io.Save(nullptr) == KelSDK::Triangles::IO::eStlFileIOSuccess;
-    return file.Close() && saved;
-}
-
 // The native file of a binary STL file, saved from its import when missing; empty on failure.
 std::string EnsureNativeFile(const std::string& stl)
 {
@@ -95,7 +82,7 @@ std::string EnsureNativeFile(const std::string& stl)
         return path;
     KelSDK::Triangles::Data::MStlBase mesh;
     if (!KelSDK::Triangles::IO::MStlBaseFileUtilities::ReadStlMM(&mesh, std::filesystem::path(stl).wstring()) ||
-        !SaveNative(mesh, path + ".part"))
+        !KelBench::SaveNative(mesh, std::filesystem::path(path + ".part").wstring()))
         return std::string();
     std::filesystem::rename(path + ".part", path);
     return path;
@@ -105,14 +92,8 @@ std::string EnsureNativeFile(const std::string& stl)
 Loaded LoadKelNative(const std::string&)
 {
     KelSDK::Triangles::Data::MStlBase mesh;
-    KelSDK::FileIO::MFile file(1 << 20);
     Loaded r;
-    if (!file.OPEN_READ(std::filesystem::path(nativeFile).wstring()))
-        return r;
-    KelSDK::Triangles::IO::MStlFileIO io;
-    io.SetStl(&mesh);
-    io.SetFile(file);
-    r.ok = io.Load(nullptr) == KelSDK::Triangles::IO::eStlFileIOSuccess;
+    r.ok = KelBench::LoadNative(mesh, std::filesystem::path(nativeFile).wstring());
     r.vertices = mesh.NumberOfPoints();
     r.triangles = mesh.NumberOfTriangles();
     return r;

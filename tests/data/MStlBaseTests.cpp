@@ -160,7 +160,7 @@ TEST(MStlBaseStandard, CreateFromOneFlatListMatchesNestedLists)
     std::vector<MStlPoint*> flatPoints;
     ASSERT_TRUE(nested.Create(Quad(), Lists{{{0, 1, 2}}, {}, {{1, 3, 2}, {0, 1, 3}}}, &nestedSurfaces, nullptr,
                               &nestedTriangles));
-    ASSERT_TRUE(flat.Create(Listed(Quad()), Listed<std::array<uint32_t, 3>>({{0, 1, 2}, {1, 3, 2}, {0, 1, 3}}),
+    ASSERT_TRUE(flat.Create(Quad(), std::vector<std::array<uint32_t, 3>>{{0, 1, 2}, {1, 3, 2}, {0, 1, 3}},
                             {1, 0, 2}, &flatSurfaces, &flatPoints, &flatTriangles));
     EXPECT_EQ("", CompareMeshes(nested, flat));
     ASSERT_EQ(3u, flatTriangles.size());
@@ -190,6 +190,10 @@ TEST(MStlBaseStandard, CreateFromOneFlatListRejectsCountsAndIndicesThatDoNotFit)
     EXPECT_EQ(0u, stl.NumberOfPoints());
     EXPECT_EQ(0u, stl.NumberOfTriangles());
     EXPECT_TRUE(stl.Create(Listed(Points()), Listed(Flat()), {}, nullptr, nullptr, nullptr));
+    {
+        SCOPED_TRACE("vectors: counts short of the list");
+        EXPECT_FALSE(stl.Create(Quad(), two, {1}, nullptr, nullptr, nullptr));
+    }
 }
 
 TEST(MStlBaseStandard, ElementsStayPutWhileTheMeshGrows)

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <type_traits>
 
 namespace KelSDK::Triangles::Data
 {
@@ -310,15 +311,35 @@ struct NestedLists
     }
 };
 
-// All lists one after another in one block list of 32-bit triples, released block by block.
-struct FlatLists
+// All lists one after another in one vector or block list of 32-bit triples; a block list is
+// released block by block, a vector once all is used.
+template <typename Triangles> struct FlatLists
 {
-    MStlBlockList<std::array<uint32_t, 3>>& triangles;
-    std::vector<size_t> offsets; // list s runs from offsets[s] to offsets[s + 1]
+    Triangles& triangles;
+    std::vector<size_t> offsets{0}; // list s runs from offsets[s] to offsets[s + 1]
+
+    // False when the counts do not add up to the triangles given.
+    bool Split(const std::vector<size_t>& counts, size_t total)
+    {
+        offsets.reserve(counts.size() + 1);
+        for (size_t count : counts)
+        {
+            if (count > total - offsets.back())
+                return false;
+            offsets.push_back(offsets.back() + count);
+        }
+        return offsets.back() == total;
+    }
     size_t Count() const { return offsets.size() - 1; }
     size_t Size(size_t s) const { return offsets[s + 1] - offsets[s]; }
     const std::array<uint32_t, 3>& At(size_t s, size_t i) const { return triangles[offsets[s] + i]; }
-    void Consumed(size_t s, size_t i) { triangles.ReleaseBefore(offsets[s] + i); }
+    void Consumed(size_t s, size_t i)
+    {
+        if constexpr (std::is_same<Triangles, MStlBlockList<std::array<uint32_t, 3>>>::value)
+            triangles.ReleaseBefore(offsets[s] + i);
+        else if (s + 1 == Count() && i == Size(s))
+            triangles = Triangles();
+    }
 };
 } // namespace
 
@@ -332,19 +353,23 @@ bool MStlBase::Create(std::vector<std::array<int, 3>> points,
     return MStlBaseImpl::Create(*this, given, lists, surfaces, createdPoints, createdTriangles);
 }
 
+bool MStlBase::Create(std::vector<std::array<int, 3>> points, std::vector<std::array<uint32_t, 3>> triangles,
+                      const std::vector<size_t>& trianglesPerSurface, const std::vector<MStlSurface*>* surfaces,
+                      std::vector<MStlPoint*>* createdPoints, std::vector<MStlTriangle*>* createdTriangles)
+{
+    FlatLists<std::vector<std::array<uint32_t, 3>>> lists{triangles};
+    if (!lists.Split(trianglesPerSurface, triangles.size()))
+        return false;
+    VectorPoints given{points};
+    return MStlBaseImpl::Create(*this, given, lists, surfaces, createdPoints, createdTriangles);
+}
+
 bool MStlBase::Create(MStlBlockList<std::array<int, 3>> points, MStlBlockList<std::array<uint32_t, 3>> triangles,
                       const std::vector<size_t>& trianglesPerSurface, const std::vector<MStlSurface*>* surfaces,
                       std::vector<MStlPoint*>* createdPoints, std::vector<MStlTriangle*>* createdTriangles)
 {
-    FlatLists lists{triangles, {0}};
-    lists.offsets.reserve(trianglesPerSurface.size() + 1);
-    for (size_t count : trianglesPerSurface)
-    {
-        if (count > triangles.Size() - lists.offsets.back())
-            return false;
-        lists.offsets.push_back(lists.offsets.back() + count);
-    }
-    if (lists.offsets.back() != triangles.Size())
+    FlatLists<MStlBlockList<std::array<uint32_t, 3>>> lists{triangles};
+    if (!lists.Split(trianglesPerSurface, triangles.Size()))
         return false;
     BlockPoints given{points};
     return MStlBaseImpl::Create(*this, given, lists, surfaces, createdPoints, createdTriangles);

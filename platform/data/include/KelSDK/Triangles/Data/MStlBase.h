@@ -195,8 +195,12 @@ public:
     // Create for bulk builders, with the same result and failures: triangles holds the index
     // triples of all lists one after another, trianglesPerSurface[i] of them for list i (false,
     // nothing done, when the counts do not add up to its size). 12 bytes per triangle instead of
-    // 24; the inputs are released block by block as they are consumed (inside an MStlBlockReuse
-    // scope the mesh's own blocks take over their memory).
+    // 24; the inputs are freed once consumed.
+    bool Create(std::vector<std::array<int, 3>> points, std::vector<std::array<uint32_t, 3>> triangles,
+                const std::vector<size_t>& trianglesPerSurface, const std::vector<MStlSurface*>* surfaces,
+                std::vector<MStlPoint*>* createdPoints, std::vector<MStlTriangle*>* createdTriangles);
+    // The same with block lists, released block by block as they are consumed (inside an
+    // MStlBlockReuse scope the mesh's own blocks take over their memory).
     bool Create(MStlBlockList<std::array<int, 3>> points, MStlBlockList<std::array<uint32_t, 3>> triangles,
                 const std::vector<size_t>& trianglesPerSurface, const std::vector<MStlSurface*>* surfaces,
                 std::vector<MStlPoint*>* createdPoints, std::vector<MStlTriangle*>* createdTriangles);
