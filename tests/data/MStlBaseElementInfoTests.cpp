@@ -24,19 +24,6 @@ struct Wire
 };
 } // namespace
 
-TEST(MStlBaseElementInfo, DependencyIsMadeOnlyWhenAskedAndGoesWhenDestroyed)
-{
-    MStlBase stl;
-    EXPECT_EQ(nullptr, MStlBaseElementInfoStlDependency::GetDependency(&stl, false));
-    MStlBaseElementInfoStlDependency* info = MStlBaseElementInfoStlDependency::GetDependency(&stl, true);
-    ASSERT_NE(nullptr, info);
-    EXPECT_EQ(info, MStlBaseElementInfoStlDependency::GetDependency(&stl, true));
-    EXPECT_FALSE(info->IsVertexRadiusMaskDefined());
-    EXPECT_EQ(nullptr, MStlBaseElementInfoStlDependency::GetDependency(nullptr, true));
-    MStlBaseElementInfoStlDependency::DestroyInstance(&stl);
-    EXPECT_EQ(nullptr, MStlBaseElementInfoStlDependency::GetDependency(&stl, false));
-}
-
 TEST(MStlBaseElementInfo, FirstValueMakesTheMaskAndOtherElementsKeepTheDefault)
 {
     Wire w;

@@ -33,21 +33,6 @@ void Fill(MStlBase& stl, MStlHybridState kind)
 }
 } // namespace
 
-TEST(SurfaceZones, InstanceAndNoSupportZoneLifecycle)
-{
-    MStlBase stl;
-    EXPECT_EQ(nullptr, SurfaceZonesStlDependency::GetInstance(&stl));
-    SurfaceZones* zones = SurfaceZonesStlDependency::CreateInstance(&stl);
-    ASSERT_NE(nullptr, zones);
-    EXPECT_EQ(zones, SurfaceZonesStlDependency::GetInstance(&stl));
-    EXPECT_EQ(nullptr, zones->GetNoSupportZone(false));
-    SurfaceZone* zone = zones->GetNoSupportZone(true);
-    ASSERT_NE(nullptr, zone);
-    EXPECT_EQ(zone, zones->GetNoSupportZone(false));
-    SurfaceZonesStlDependency::DestroyInstance(&stl);
-    EXPECT_EQ(nullptr, SurfaceZonesStlDependency::GetInstance(&stl));
-}
-
 TEST(SurfaceZones, StandardMembersByObjectAndIndexWithOrderKept)
 {
     MStlBase stl, other;

@@ -1,4 +1,4 @@
-// UV maps: the list on its mesh, which textures a map takes, and textures leaving the mesh.
+// UV maps: which textures a map takes, textures leaving the mesh, and the bitmap switch.
 #include <KelSDK/Common/ImageBitmap.h>
 #include <KelSDK/Triangles/Data.h>
 
@@ -7,33 +7,6 @@
 using namespace KelSDK::Triangles::Data;
 using KelSDK::UVMap;
 using KelSDK::UVMapList;
-
-TEST(UVMapList, ListOnDemandAndMapDefaults)
-{
-    MStlBase stl;
-    EXPECT_EQ(nullptr, UVMapList::Get(&stl, false));
-    UVMapList* list = UVMapList::Get(&stl, true);
-    ASSERT_NE(nullptr, list);
-    EXPECT_EQ(list, UVMapList::Get(&stl, false));
-    UVMap* map = list->AddMap();
-    EXPECT_EQ(1u, list->GetNumberOfMaps());
-    EXPECT_EQ(map, list->GetMap(0));
-    EXPECT_EQ(nullptr, list->GetMap(1));
-    EXPECT_EQ(1.0, map->GetXYZToUFactor());
-    EXPECT_TRUE(map->GetKeepUVAspectRatio());
-    EXPECT_TRUE(map->GetVisibility());
-    EXPECT_TRUE(map->GetBitmapVisibility());
-    EXPECT_EQ(nullptr, map->GetSharedBitmap());
-    map->SetBitmapVisibility(false);
-    map->SetSharedBitmap(KelSDK::Common::ImageBitmap::Create(2, 2), false);
-    EXPECT_FALSE(map->GetBitmapVisibility());
-    map->SetSharedBitmap(nullptr, true);
-    EXPECT_TRUE(map->GetBitmapVisibility());
-    EXPECT_TRUE(list->RemoveMap(map));
-    EXPECT_FALSE(list->RemoveMap(map));
-    UVMapList::Destroy(&stl);
-    EXPECT_EQ(nullptr, UVMapList::Get(&stl, false));
-}
 
 TEST(UVMapList, MapsTakeTheMeshTexturesOnceAndLoseThemWithTheMesh)
 {
@@ -61,4 +34,12 @@ TEST(UVMapList, MapsTakeTheMeshTexturesOnceAndLoseThemWithTheMesh)
     EXPECT_TRUE(first->GetTextures().empty());
     EXPECT_TRUE(second->GetTextures().empty());
     EXPECT_EQ(2u, list.GetNumberOfMaps());
+    // A bitmap set to be shown makes the bitmap visible; otherwise the switch stays.
+    first->SetBitmapVisibility(false);
+    first->SetSharedBitmap(KelSDK::Common::ImageBitmap::Create(2, 2), false);
+    EXPECT_FALSE(first->GetBitmapVisibility());
+    first->SetSharedBitmap(nullptr, true);
+    EXPECT_TRUE(first->GetBitmapVisibility());
+    EXPECT_TRUE(list.RemoveMap(second));
+    EXPECT_FALSE(list.RemoveMap(second));
 }

@@ -91,18 +91,14 @@ TEST(TexturePlugin, ABitmapLargerThanThePayloadEndsIt)
         Bytes payload;
     } rows[] = {
         {"65536 x 65536 pixels", ByteBuilder().u32(1).u8(1).u32(65536).u32(65536).u32(0).bytes},
-        {"pixels cut", BitmapRecord(ByteBuilder().u32(1).u8(1), 2, 2, 1).bytes},
         {"original data larger than the payload", ByteBuilder().u32(1).u8(1).u32(0).u32(0).u32(1000).bytes},
         {"more bitmaps counted than held", ByteBuilder().u32(0x10000000u).bytes},
     };
     for (const auto& row : rows)
     {
         SCOPED_TRACE(row.what);
-        Bytes payload = row.payload;
-        if (std::string(row.what) == "pixels cut")
-            payload.resize(5 + 8 + 10);
         MStlBase loaded;
-        ASSERT_EQ(eStlFileIOSuccess, LoadFromBytes(WithPayload(file, L"StlTextures", payload), loaded));
+        ASSERT_EQ(eStlFileIOSuccess, LoadFromBytes(WithPayload(file, L"StlTextures", row.payload), loaded));
         EXPECT_EQ(0u, loaded.GetTextures().GetNumTextures());
         // The maps that follow find no textures; everything else is as saved.
         EXPECT_EQ(3u, UVMapList::Get(&loaded, false)->GetNumberOfMaps());
