@@ -16,7 +16,8 @@ namespace KelBench
 {
 inline std::wstring TempFile(const std::string& name)
 {
-    return KelSDK::Common::StringConversion::Utf8ToNative((std::filesystem::temp_directory_path() / name).string());
+    return KelSDK::Common::StringConversion::Utf8ToNative(
+        (std::filesystem::temp_directory_path() / name).string());
 }
 
 // Saves the mesh through a 1 MiB buffer; false when anything failed.

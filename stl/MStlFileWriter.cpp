@@ -238,8 +238,10 @@ class BinaryFacetSlots
 public:
     // parallel: slots are encoded on TBB's threads, and (with background) written by a thread of
     // their own; otherwise everything runs on the caller's thread.
-    BinaryFacetSlots(MFile& file, uint32_t& count, const FacetEncoding& encoding, bool parallel, bool background)
-        : file_(file), count_(count), encoding_(encoding), parallel_(parallel), background_(parallel && background),
+    BinaryFacetSlots(MFile& file, uint32_t& count, const FacetEncoding& encoding, bool parallel,
+                     bool background)
+        : file_(file), count_(count), encoding_(encoding), parallel_(parallel),
+          background_(parallel && background),
           bytes_(new unsigned char[(background_ ? RingSlots : 1) * SlotBytes])
     {
         if (background_)

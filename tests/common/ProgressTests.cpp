@@ -39,7 +39,8 @@ std::vector<double> Count(uint64_t maximum, int steps)
 TEST(IncrementalProgressReporter, ForwardsInVisibleStepsOnlyNeverBackwardsAndOneOnce)
 {
     const std::vector<double> million = Count(1000000, 1000000);
-    EXPECT_TRUE(million.size() >= 900u && million.size() <= 1001u);
+    EXPECT_GE(million.size(), 900u);
+    EXPECT_LE(million.size(), 1001u);
     EXPECT_TRUE(std::is_sorted(million.begin(), million.end()));
     EXPECT_NEAR(million.front(), 0.001, 1e-12);
     // 1.0 is reported once, although the count reached the maximum before the destructor ran.

@@ -77,7 +77,9 @@ TEST(ExtractFloat, IgnoresACommaDecimalLocale)
                        ExtractFloat("-2.5e-1", exponent)};
     std::setlocale(LC_ALL, saved.c_str());
     EXPECT_EQ(*stop, '.');
-    EXPECT_TRUE(ok[0] && !ok[1] && ok[2]);
+    EXPECT_TRUE(ok[0]);
+    EXPECT_FALSE(ok[1]);
+    EXPECT_TRUE(ok[2]);
     EXPECT_EQ(dot, 1.5);
     EXPECT_EQ(comma, 42.0);
     EXPECT_EQ(exponent, -0.25);

@@ -311,7 +311,11 @@ TEST(MStlBaseStandard, NormalsCollapsedAndDegenerateTriangles)
     MStlTriangle* samePoint = stl.CreateTriangle(p[0], p[0], p[1]);
     MStlTriangle* samePosition = stl.CreateTriangle(p[3], p[1], p[0]); // p[3] lies on p[0]
     MStlTriangle* colinear = stl.CreateTriangle(p[0], p[1], p[4]);
-    ASSERT_TRUE(ok && flipped && samePoint && samePosition && colinear);
+    ASSERT_TRUE(ok);
+    ASSERT_TRUE(flipped);
+    ASSERT_TRUE(samePoint);
+    ASSERT_TRUE(samePosition);
+    ASSERT_TRUE(colinear);
     EXPECT_EQ(1.0, ok->GetNormal()[2]);
     EXPECT_EQ(-1.0, flipped->GetNormal()[2]);
     EXPECT_DOUBLE_EQ(100.0, ok->GetDoubleArea());

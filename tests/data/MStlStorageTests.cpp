@@ -1,6 +1,7 @@
 #include <KelSDK/Common/ImageBitmap.h>
 #include <KelSDK/Triangles/Data.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -105,7 +106,7 @@ TEST(MStlPointList, DuplicatePositionsStaySeparatePoints)
     EXPECT_EQ(3u, stl.NumberOfPoints());
     EXPECT_NE(p[0], p[1]);
     MStlPoint* found = stl.GetPointList().FindPoint(1, 1, 1);
-    EXPECT_TRUE(found == p[0] || found == p[1]);
+    EXPECT_THAT(found, ::testing::AnyOf(p[0], p[1]));
     EXPECT_EQ(p[2], stl.GetPointList().FindPoint(0, 0, 0));
     // Const and mutable iteration see the same points.
     const MStlBase& constStl = stl;

@@ -49,7 +49,9 @@ TEST(MFileOpen, FailuresAndReopening)
     int value = 3; // nothing is open: every operation fails
     EXPECT_FALSE(file.READ(&value, 1));
     EXPECT_EQ(value, 0);
-    EXPECT_FALSE(file.WRITE(&value, 1) || file.Seek(0) || file.FPRINTF("x"));
+    EXPECT_FALSE(file.WRITE(&value, 1));
+    EXPECT_FALSE(file.Seek(0));
+    EXPECT_FALSE(file.FPRINTF("x"));
 
     // Opening for reading commits the write in progress; payloads on both sides of the write block.
     std::vector<uint32_t> values(37500), back(37500);
@@ -62,12 +64,15 @@ TEST(MFileOpen, FailuresAndReopening)
     ASSERT_TRUE(file.OPEN_READ(dir.Wide("a.bin")));
     EXPECT_EQ(file.GetSize(), 11 + 150000);
     char text[11] = {};
-    EXPECT_TRUE(file.READ(text, 11) && file.READ(back.data(), back.size()));
+    EXPECT_TRUE(file.READ(text, 11));
+    EXPECT_TRUE(file.READ(back.data(), back.size()));
     EXPECT_EQ(std::string(text, 11), "new content");
     EXPECT_EQ(back, values);
-    EXPECT_TRUE(file.Close() && file.Close()); // closing twice is harmless
+    EXPECT_TRUE(file.Close());
+    EXPECT_TRUE(file.Close()); // closing twice is harmless
     ASSERT_TRUE(file.OPEN_WRITE(dir.Wide("a.bin")));
-    EXPECT_TRUE(file.WRITE_STRING("short") && file.Close());
+    EXPECT_TRUE(file.WRITE_STRING("short"));
+    EXPECT_TRUE(file.Close());
     EXPECT_EQ(KelTest::ReadWholeFile(dir.Path() / "a.bin"), (Bytes{'s', 'h', 'o', 'r', 't'}));
 }
 
@@ -86,7 +91,8 @@ TEST(MFileAtomicWrite, TargetChangesOnlyOnCloseAndNeverAfterAnError)
         ASSERT_TRUE(second.OPEN_WRITE(dir.Wide("mesh.bin")));
         EXPECT_TRUE(second.WRITE_STRING("second"));
         EXPECT_EQ(dir.List().size(), 3u);
-        EXPECT_TRUE(file.Close() && second.Close());
+        EXPECT_TRUE(file.Close());
+        EXPECT_TRUE(second.Close());
     }
     EXPECT_EQ(KelTest::ReadWholeFile(target), (Bytes{'s', 'e', 'c', 'o', 'n', 'd'}));
     // Abandoned, failed (Close reports it), or destroyed holding an error even a cleared one: the
@@ -142,7 +148,8 @@ TEST(MFileAtomicWrite, AFailingDiskWriteKeepsTheOldFile)
         closed = file.Close();
     }
     EXPECT_TRUE(opened);
-    EXPECT_FALSE(wrote || closed);
+    EXPECT_FALSE(wrote);
+    EXPECT_FALSE(closed);
     EXPECT_EQ(file.GetStatus(), MFile::StatusWriteFailed);
     EXPECT_EQ(file.GetSystemError(), std::errc::file_too_large);
     EXPECT_EQ(KelTest::ReadWholeFile(dir.Path() / "mesh.bin"), kOld);
@@ -164,7 +171,8 @@ TEST(MFileAtomicWrite, ReplacementKeepsPermissionsAndSymbolicLinks)
     {
         MFile file;
         ASSERT_TRUE(file.OPEN_WRITE(dir.Wide(name)));
-        EXPECT_TRUE(file.WRITE_STRING(name) && file.Close());
+        EXPECT_TRUE(file.WRITE_STRING(name));
+        EXPECT_TRUE(file.Close());
         struct stat info;
         ASSERT_EQ(stat(real.c_str(), &info), 0);
         EXPECT_EQ(info.st_mode & 07777, 0640u);
@@ -198,7 +206,9 @@ TEST(MFileNames, NonAsciiAndRelativeNames)
     // A name without a directory part: its temporary goes beside it in the working directory.
     const auto previous = std::filesystem::current_path();
     std::filesystem::current_path(dir.Path());
-    EXPECT_TRUE(file.OPEN_WRITE(L"relative.bin") && file.WRITE_STRING("r") && file.Close());
+    EXPECT_TRUE(file.OPEN_WRITE(L"relative.bin"));
+    EXPECT_TRUE(file.WRITE_STRING("r"));
+    EXPECT_TRUE(file.Close());
     EXPECT_TRUE(file.OPEN_READ(L"relative.bin"));
     EXPECT_EQ(file.GetSize(), 1);
     std::filesystem::current_path(previous);
@@ -211,7 +221,8 @@ TEST(MMemoryFile, FlushCopiesNamedOpensAndAbandon)
     MFile& base = file;
     const uint32_t values[2] = {1, 2};
     ASSERT_TRUE(file.OpenWrite());
-    EXPECT_TRUE(file.WRITE(values, 2) && file.Flush());
+    EXPECT_TRUE(file.WRITE(values, 2));
+    EXPECT_TRUE(file.Flush());
     EXPECT_EQ(file.TakeData(), (Bytes{1, 0, 0, 0, 2, 0, 0, 0})); // complete after Flush
     EXPECT_TRUE(file.GetData().empty());
     std::vector<uint8_t> source = {0x10, 0x20, 0x30};
@@ -226,7 +237,8 @@ TEST(MMemoryFile, FlushCopiesNamedOpensAndAbandon)
     EXPECT_EQ(file.GetStatus(), MFile::StatusOpenFailed);
     // Through the base interface a named write goes to memory; a named read has no bytes.
     ASSERT_TRUE(base.OPEN_WRITE(L"virtual.bin"));
-    EXPECT_TRUE(base.WRITE_STRING("abc") && base.Close());
+    EXPECT_TRUE(base.WRITE_STRING("abc"));
+    EXPECT_TRUE(base.Close());
     EXPECT_EQ(file.GetData(), (Bytes{'a', 'b', 'c'}));
     EXPECT_EQ(base.GetName(), L"virtual.bin");
     EXPECT_FALSE(base.OPEN_READ(L"virtual.bin"));

@@ -132,15 +132,20 @@ TEST(NativeRoundTrip, ANameThatHoldsANulLoadsAsItSavesBack)
     using Set = void (*)(MStlBase&, const std::wstring&);
     using Get = std::wstring (*)(const MStlBase&);
     const std::tuple<const char*, Set, Get> rows[] = {
-        {"second surface", [](MStlBase& m, const std::wstring& n) { m.GetSurfaceList().GetSurface(1)->SetName(n); },
+        {"second surface",
+         [](MStlBase& m, const std::wstring& n) { m.GetSurfaceList().GetSurface(1)->SetName(n); },
          [](const MStlBase& m) { return m.GetSurfaceList().GetSurface(1)->GetName(); }},
         {"curve set", [](MStlBase& m, const std::wstring& n) { m.GetCurves().GetCurveSet(1)->SetName(n); },
          [](const MStlBase& m) { return m.GetCurves().GetCurveSet(1)->GetName(); }},
         {"registered point",
-         [](MStlBase& m, const std::wstring& n) { m.GetRegisteredPoints().AddPoint(MStlRegisteredPoint{4, 5, 6, 9, n}); },
+         [](MStlBase& m, const std::wstring& n) {
+             m.GetRegisteredPoints().AddPoint(MStlRegisteredPoint{4, 5, 6, 9, n});
+         },
          [](const MStlBase& m) { return m.GetRegisteredPoints().GetPoint(2).name; }},
         {"history entry",
-         [](MStlBase& m, const std::wstring& n) { m.GetHistory().AddEntry(MHistoryEntry{n, L"", 0, L""}); },
+         [](MStlBase& m, const std::wstring& n) {
+             m.GetHistory().AddEntry(MHistoryEntry{n, L"", 0, L""});
+         },
          [](const MStlBase& m) { return m.GetHistory().GetEntry(2).operation; }},
     };
     for (const auto& [label, set, get] : rows)

@@ -33,7 +33,8 @@ const std::tuple<const wchar_t*, const char*> kNames[] = {
 TEST(FileNames, StlWriteAndReadTakeNamesBeyondAscii)
 {
     MStlBase mesh;
-    BuildHybrid(mesh, eStlStandard, {{0, 0, 0}, {10, 0, 0}, {0, 10, 0}, {0, 0, 10}}, {{0, 1, 2}, {0, 3, 1}}, {});
+    BuildHybrid(mesh, eStlStandard, {{0, 0, 0}, {10, 0, 0}, {0, 10, 0}, {0, 0, 10}}, {{0, 1, 2}, {0, 3, 1}},
+                {});
     for (const auto& [name, bytes] : kNames)
     {
         SCOPED_TRACE(bytes);
@@ -42,8 +43,8 @@ TEST(FileNames, StlWriteAndReadTakeNamesBeyondAscii)
         for (const bool binary : {true, false})
         {
             SCOPED_TRACE(binary ? "binary" : "ASCII");
-            ASSERT_TRUE(MStlBaseFileUtilities::WriteStl(&mesh, path, MStlWriteOptions(1.0, binary, false, false),
-                                                        nullptr));
+            ASSERT_TRUE(MStlBaseFileUtilities::WriteStl(
+                &mesh, path, MStlWriteOptions(1.0, binary, false, false), nullptr));
             EXPECT_EQ(Listing(dir.path), std::vector<std::string>{bytes});
             MStlBase back;
             ASSERT_TRUE(MStlBaseFileUtilities::ReadStl(&back, path, MStlReadOptions(), nullptr));

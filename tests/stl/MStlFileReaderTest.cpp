@@ -145,7 +145,9 @@ ReadResult ReadText(std::string text, int flags = 0)
     {
         EXPECT_STREQ(e.what(), "Can't convert double");
     }
-    EXPECT_TRUE(r.names.at(0) == "kept" && solids.at(0).empty() && solids.size() == r.names.size());
+    EXPECT_EQ(r.names.at(0), "kept");
+    EXPECT_TRUE(solids.at(0).empty());
+    EXPECT_EQ(solids.size(), r.names.size());
     r.names.erase(r.names.begin());
     for (std::size_t s = 1; s < solids.size(); ++s)
     {
@@ -206,12 +208,16 @@ TEST(MStlFileReaderAscii, SolidsNamesQuirksPipesAndBufferSeams)
             const ReadResult r = ReadText(text, pipe);
             EXPECT_EQ(std::tie(r.code, r.names, r.marks), std::tie(code, names, marks));
         }
-    EXPECT_TRUE(ReadText(mixed).all.at(0)[3] == P3(7.0, 8.0, 9.0) && ReadText(two, kFailed).code == none);
+    EXPECT_EQ(ReadText(mixed).all.at(0)[3], P3(7.0, 8.0, 9.0));
+    EXPECT_EQ(ReadText(two, kFailed).code, none);
     // Blanks beyond one buffer between "solid" and "facet": a pipe cannot seek back (like a failed seekg).
     const std::string far = "solid" + std::string(std::size_t(3) << 19, ' ') + F(8) + "endsolid\n";
     const ReadResult piped = ReadText(far, kPipe);
-    EXPECT_TRUE(ReadText(far).marks == Marks{{8}} && piped.code == ok && piped.names == Strings{""} &&
-                piped.marks == Marks{{}} && piped.failed);
+    EXPECT_EQ(ReadText(far).marks, Marks{{8}});
+    EXPECT_EQ(piped.code, ok);
+    EXPECT_EQ(piped.names, Strings{""});
+    EXPECT_EQ(piped.marks, Marks{{}});
+    EXPECT_TRUE(piped.failed);
 
     // Move a solid across the 1 MiB refill boundary so that each of its tokens is cut once.
     const std::string body = "solid seam\nfacet normal 0.25 -0.5 1 outer loop vertex 123.456 7e-3 -9 "
@@ -219,8 +225,10 @@ TEST(MStlFileReaderAscii, SolidsNamesQuirksPipesAndBufferSeams)
     for (std::size_t shift = 0; shift < body.size(); shift += 3)
     {
         const ReadResult r = ReadText(std::string((std::size_t(1) << 20) - shift, ' ') + body);
-        ASSERT_TRUE(r.names == Strings{"seam"} && r.all.size() == 1u) << shift;
-        EXPECT_TRUE(r.all[0][1] == P3(123.456, 7e-3, -9.0) && r.all[0][0] == P3(0.25, -0.5, 1.0)) << shift;
+        ASSERT_EQ(r.names, Strings{"seam"}) << shift;
+        ASSERT_EQ(r.all.size(), 1u) << shift;
+        EXPECT_EQ(r.all[0][1], P3(123.456, 7e-3, -9.0)) << shift;
+        EXPECT_EQ(r.all[0][0], P3(0.25, -0.5, 1.0)) << shift;
     }
 }
 
@@ -258,7 +266,11 @@ TEST(MStlFileReaderBinary, CountsSizesBlocksAndStreamFailures)
     {
         SCOPED_TRACE(std::to_string(bytes.size()) + " bytes, options " + std::to_string(flags));
         const Result r = Read(bytes, flags);
-        EXPECT_TRUE(r.code == code && (code != R::Ok || r.blocks == blocks)) << r.code;
+        EXPECT_EQ(r.code, code) << r.code;
+        if (code == R::Ok)
+        {
+            EXPECT_EQ(r.blocks, blocks);
+        }
         EXPECT_EQ(std::string(r.header.begin(), r.header.end()), bytes.substr(0, 80)) << "handed back";
         // The size walk of a file agrees with the reader as STL import runs it.
         std::ofstream(dir.File("a.stl"), std::ios::binary) << bytes;
@@ -271,7 +283,8 @@ TEST(MStlFileReaderBinary, CountsSizesBlocksAndStreamFailures)
     const Result kept = Read(nan, 0, {{MStlFileTriangle()}, {}, {4, MStlFileTriangle()}});
     EXPECT_EQ(kept.blocks, Strings{std::string(50, '\0') + nan.substr(84)});
     // A stream that cannot seek cannot be measured; a failed stream cannot be read.
-    EXPECT_TRUE(Read(nan, kPipe).code == R::StreamError && Read(nan, kFailed).code == R::StreamError);
+    EXPECT_EQ(Read(nan, kPipe).code, R::StreamError);
+    EXPECT_EQ(Read(nan, kFailed).code, R::StreamError);
 }
 
 TEST(MStlFileReaderBinaryHeader, Grammar)
@@ -317,9 +330,9 @@ TEST(MStlFileReaderBinaryHeader, Grammar)
         h.fill(static_cast<unsigned char>(fill));
         std::memcpy(h.data(), bytes.data(), std::min<std::size_t>(bytes.size(), 80));
         const MStlReadResults r = R::ExtractHeaderInfo(h);
-        EXPECT_TRUE(r.material == expected &&
-                    std::make_tuple(r.isOverflow, r.hasColor, r.isSupport, r.isSupposedSolid) ==
-                        std::make_tuple(false, expected.GetColorIsReadFromFile(), support, solid));
+        EXPECT_EQ(r.material, expected);
+        EXPECT_EQ(std::make_tuple(r.isOverflow, r.hasColor, r.isSupport, r.isSupposedSolid),
+                  std::make_tuple(false, expected.GetColorIsReadFromFile(), support, solid));
     }
 }
 
@@ -340,16 +353,21 @@ TEST(MStlFileReader, FlavourDetectionRealFilesAndEveryPrefix)
     for (const auto& [bytes, ascii] : sniffs)
     {
         std::istringstream stream(bytes);
-        EXPECT_TRUE(StlFileUtilities::IsAscii(stream) == ascii && (!ascii || stream.tellg() == 0))
-            << bytes.substr(0, 40) << " (an ASCII stream is handed back at its start)";
+        EXPECT_EQ(StlFileUtilities::IsAscii(stream), ascii) << bytes.substr(0, 40);
+        if (ascii)
+        {
+            EXPECT_EQ(stream.tellg(), 0)
+                << bytes.substr(0, 40) << " (an ASCII stream is handed back at its start)";
+        }
     }
     // Not at the start: the size is the end position, so the read comes up short.
     std::istringstream moved(ascii299), failed(ascii299);
     moved.seekg(2);
     failed.setstate(std::ios::failbit);
-    EXPECT_FALSE(StlFileUtilities::IsAscii(moved) || StlFileUtilities::IsAscii(failed) ||
-                 StlFileUtilities::IsAscii(L"/nonexistent/kel/none.stl") ||
-                 StlFileUtilities::VerifyHeaderConsistency(L"/nonexistent/kel/none.stl"));
+    EXPECT_FALSE(StlFileUtilities::IsAscii(moved));
+    EXPECT_FALSE(StlFileUtilities::IsAscii(failed));
+    EXPECT_FALSE(StlFileUtilities::IsAscii(L"/nonexistent/kel/none.stl"));
+    EXPECT_FALSE(StlFileUtilities::VerifyHeaderConsistency(L"/nonexistent/kel/none.stl"));
 
     // ASCII: facets and the one name (a bare "endsolid" runs on); binary: the code as import reads it.
     const std::tuple<const char*, std::size_t, const char*, int> rows[] = {
@@ -378,29 +396,47 @@ TEST(MStlFileReader, FlavourDetectionRealFilesAndEveryPrefix)
         if (name != nullptr)
         {
             const ReadResult r = ReadText(full);
-            EXPECT_TRUE(r.code == MStlFileReaderAscii::Success && r.names == Strings{name} &&
-                        r.all.size() == facets);
+            EXPECT_EQ(r.code, MStlFileReaderAscii::Success);
+            EXPECT_EQ(r.names, Strings{name});
+            EXPECT_EQ(r.all.size(), facets);
             // Every prefix keeps complete facets only, in file order, and their count never goes back.
             std::size_t previous = 0;
             for (std::size_t length = 0; length <= full.size() && full.size() < 2000; ++length)
             {
                 const ReadResult p = ReadText(full.substr(0, length));
-                ASSERT_TRUE(p.code == -1 || p.code == 0 || (p.code == 1 && p.names.empty())) << length;
-                ASSERT_TRUE(p.all.size() <= r.all.size() && (p.code == -1 || p.all.size() >= previous) &&
-                            std::equal(p.all.begin(), p.all.end(), r.all.begin()))
-                    << length;
+                // A number error (-1), facets, or no solid at all (1).
+                ASSERT_THAT(p.code, ::testing::AnyOf(-1, 0, 1)) << length;
+                if (p.code == 1)
+                {
+                    ASSERT_TRUE(p.names.empty()) << length;
+                }
+                ASSERT_LE(p.all.size(), r.all.size()) << length;
+                if (p.code != -1)
+                {
+                    ASSERT_GE(p.all.size(), previous) << length;
+                }
+                ASSERT_TRUE(std::equal(p.all.begin(), p.all.end(), r.all.begin())) << length;
                 previous = p.code == -1 ? previous : p.all.size();
             }
-            EXPECT_TRUE(full.size() >= 2000 || previous == r.all.size());
+            if (full.size() < 2000)
+            {
+                EXPECT_EQ(previous, r.all.size());
+            }
             continue;
         }
         // One block, every field of every facet bit for bit; "COLOR=" headers hold the words 0xFF3264C8.
         const Result r = Read(full, kMultiple);
-        EXPECT_TRUE(r.code == code && r.blocks == (code == R::Ok ? Strings{full.substr(84)} : Strings()));
+        EXPECT_EQ(r.code, code);
+        EXPECT_EQ(r.blocks, (code == R::Ok ? Strings{full.substr(84)} : Strings()));
         const MStlMaterial m = R::ExtractHeaderInfo(r.header).material;
         EXPECT_EQ(m.GetColorIsReadFromFile(), std::string(file).find("COLOR") != std::string::npos);
-        for (uint32_t word : {m.GetRGB(), m.GetDiffuse(), m.GetSpecular(), m.GetAmbient()})
-            EXPECT_TRUE(!m.GetColorIsReadFromFile() || word == 0xFF3264C8u);
+        if (m.GetColorIsReadFromFile())
+        {
+            for (uint32_t word : {m.GetRGB(), m.GetDiffuse(), m.GetSpecular(), m.GetAmbient()})
+            {
+                EXPECT_EQ(word, 0xFF3264C8u);
+            }
+        }
         // Every prefix is too short; counting from the size reads exactly the complete facets.
         for (std::size_t length = 0; code == R::Ok && full.size() < 4000 && length < full.size(); ++length)
         {
@@ -408,11 +444,11 @@ TEST(MStlFileReader, FlavourDetectionRealFilesAndEveryPrefix)
             const Result tolerant = Read(prefix, kFromSize | kTrailing);
             ASSERT_EQ(Read(prefix, kMultiple).code, length < 84 ? R::HeaderTruncated : R::StreamTooShort)
                 << length;
-            ASSERT_TRUE(length < 84
-                            ? tolerant.code == R::HeaderTruncated
-                            : tolerant.code == R::Ok &&
-                                  tolerant.blocks == Strings{full.substr(84, (length - 84) / 50 * 50)})
-                << length;
+            ASSERT_EQ(tolerant.code, length < 84 ? R::HeaderTruncated : R::Ok) << length;
+            if (length >= 84)
+            {
+                ASSERT_EQ(tolerant.blocks, Strings{full.substr(84, (length - 84) / 50 * 50)}) << length;
+            }
         }
     }
 }
@@ -427,7 +463,8 @@ TEST(MStlFileReader, FailureNamesTheStepAndTheReadersCode)
         {"ASCII phrases without solid", std::string(90, ' ') + good.substr(8), F::AsciiReader, 1},
         {"a solid without facets", "solid empty\nendsolid empty\n", F::BinaryReader, R::HeaderTruncated},
         {"one facet short", Binary("", 2, Facets(0, 1)), F::BinaryReader, R::StreamTooShort},
-        {"three bytes after the facets", Binary("", 1, Facets(0, 1) + "abc"), F::BinaryReader, R::StreamError},
+        {"three bytes after the facets", Binary("", 1, Facets(0, 1) + "abc"), F::BinaryReader,
+         R::StreamError},
         {"binary", Binary("", 1, Facets(0, 1)), F::None, 0},
     };
     for (const auto& [label, bytes, failure, code] : rows)
@@ -456,17 +493,20 @@ TEST(MStlFileReader, FailuresMeasuringMeshPropertiesTransformationSuggestedAndRo
     EXPECT_FALSE(reader.Read(nullptr));
     // ASCII by its phrases but without "solid"; a binary stream one facet short of its count.
     const Reading noSolid(std::string(90, ' ') + Ascii("0 0 0").substr(8)), cut(Binary("", 2, Facets(0, 1)));
-    EXPECT_FALSE(noSolid.ok || cut.ok ||
-                 noSolid.mesh.NumberOfTriangles() + cut.mesh.NumberOfTriangles() != 0);
+    EXPECT_FALSE(noSolid.ok);
+    EXPECT_FALSE(cut.ok);
+    EXPECT_EQ(noSolid.mesh.NumberOfTriangles() + cut.mesh.NumberOfTriangles(), 0);
     EXPECT_THAT([] { Reading(Ascii("1 2 x")); },
                 ::testing::ThrowsMessage<std::runtime_error>(::testing::StrEq("Can't convert double")));
 
     // Without a target only the box is measured; the transformation keeps its initial value.
     const Reading measured(Ascii("1 -2 3", "4 5 -6", "0 0 0"), {1, {100, 100, 100}, 1000.0}, true);
     const MStlReadTransformation& initial = measured.reader.GetReadTransformation();
-    EXPECT_TRUE(measured.ok && initial.offset == P3() && initial.scale == 1.0 &&
-                measured.reader.GetBoundingBox().GetMin() == P3(0, -2, -6) &&
-                measured.reader.GetBoundingBox().GetMax() == P3(4, 5, 3));
+    EXPECT_TRUE(measured.ok);
+    EXPECT_EQ(initial.offset, P3());
+    EXPECT_EQ(initial.scale, 1.0);
+    EXPECT_EQ(measured.reader.GetBoundingBox().GetMin(), P3(0, -2, -6));
+    EXPECT_EQ(measured.reader.GetBoundingBox().GetMax(), P3(4, 5, 3));
     const std::string huge = Ascii("0 0 0", "3e9 0 0", "0 3e9 3e9");
     // A mesh that overflows is built all the same.
     const std::tuple<std::string, int, double, P3, double, bool> rows[] = {
@@ -482,11 +522,15 @@ TEST(MStlFileReader, FailuresMeasuringMeshPropertiesTransformationSuggestedAndRo
     {
         SCOPED_TRACE(text);
         Reading run(text, {mode, {0, 0, 0}, scale});
-        ASSERT_TRUE(run.ok && run.mesh.NumberOfTriangles() == 1u);
+        ASSERT_TRUE(run.ok);
+        ASSERT_EQ(run.mesh.NumberOfTriangles(), 1u);
         const MStlReadTransformation& t = run.reader.GetReadTransformation();
         EXPECT_EQ(std::make_tuple(t.offset, t.scale, run.reader.GetResults().isOverflow),
                   std::make_tuple(offset, used, overflow));
-        EXPECT_TRUE(mode != 1 || StlBuildTest::Corners(*run.mesh.Triangles().begin())[2][2] == 5);
+        if (mode == 1)
+        {
+            EXPECT_EQ(StlBuildTest::Corners(*run.mesh.Triangles().begin())[2][2], 5);
+        }
     }
 
     // ASCII keeps the mesh's material and flags; binary blocks become surfaces, flags come from the header.
@@ -524,25 +568,32 @@ TEST(MStlFileReader, FailuresMeasuringMeshPropertiesTransformationSuggestedAndRo
             StlFileUtilities::SuggestReadTransformation({low, high}, reference, scale);
         EXPECT_EQ(t.offset, offset);
         EXPECT_DOUBLE_EQ(t.scale, suggested);
-        EXPECT_TRUE(suggested != scale || t.scale == scale) << "exactly kept when nothing is divided";
+        if (suggested == scale)
+        {
+            EXPECT_EQ(t.scale, scale) << "exactly kept when nothing is divided";
+        }
     }
 
     // Halves round away from zero; up to 2147483647 after offset and scale converts.
     const MStlReadTransformation t, shifted(P3(10.0, -20.0, 0.25), 1000.0), scaled(P3(), 10000.0);
     Grid out;
-    EXPECT_TRUE(t.Transform(P3(-2.5, 2.5, 0.49999999), out) && out == Grid(-3, 3, 0)) << out[0];
-    EXPECT_TRUE(shifted.Transform(P3(0.0015, 0.0, -0.25), out) && out == Grid(10002, -20000, 0)) << out[0];
-    EXPECT_TRUE(t.Transform(P3(2147483647.0, -2147483647.0, 2147483646.5), out) &&
-                out == Grid(INT_MAX, -INT_MAX, INT_MAX));
-    EXPECT_TRUE(scaled.Transform(P3(214748.3647, 0.0, 0.0), out) && out == Grid(INT_MAX, 0, 0));
-    EXPECT_FALSE(scaled.Transform(P3(214748.3648, 0.0, 0.0), out) ||
-                 t.Transform(P3(0.0, -2147483647.5, 0.0), out));
+    EXPECT_TRUE(t.Transform(P3(-2.5, 2.5, 0.49999999), out)) << out[0];
+    EXPECT_EQ(out, Grid(-3, 3, 0)) << out[0];
+    EXPECT_TRUE(shifted.Transform(P3(0.0015, 0.0, -0.25), out)) << out[0];
+    EXPECT_EQ(out, Grid(10002, -20000, 0)) << out[0];
+    EXPECT_TRUE(t.Transform(P3(2147483647.0, -2147483647.0, 2147483646.5), out));
+    EXPECT_EQ(out, Grid(INT_MAX, -INT_MAX, INT_MAX));
+    EXPECT_TRUE(scaled.Transform(P3(214748.3647, 0.0, 0.0), out));
+    EXPECT_EQ(out, Grid(INT_MAX, 0, 0));
+    EXPECT_FALSE(scaled.Transform(P3(214748.3648, 0.0, 0.0), out));
+    EXPECT_FALSE(t.Transform(P3(0.0, -2147483647.5, 0.0), out));
     // Values that cannot be converted get defined stand-ins (and the result false).
     EXPECT_FALSE(t.Transform(P3(nan, inf, -1e300), out));
     EXPECT_EQ(out, Grid(0, INT_MAX, INT_MIN));
     // TransformCoordinate rounds the same way and gives the ends of long beyond them.
-    EXPECT_TRUE(t.TransformCoordinate(-2.5, 0) == -3 && shifted.TransformCoordinate(1.0, 1) == -19000 &&
-                t.TransformCoordinate(1e30, 0) == std::numeric_limits<long>::max() &&
-                t.TransformCoordinate(-1e30, 0) == std::numeric_limits<long>::min() &&
-                t.TransformCoordinate(nan, 1) == 0);
+    EXPECT_EQ(t.TransformCoordinate(-2.5, 0), -3);
+    EXPECT_EQ(shifted.TransformCoordinate(1.0, 1), -19000);
+    EXPECT_EQ(t.TransformCoordinate(1e30, 0), std::numeric_limits<long>::max());
+    EXPECT_EQ(t.TransformCoordinate(-1e30, 0), std::numeric_limits<long>::min());
+    EXPECT_EQ(t.TransformCoordinate(nan, 1), 0);
 }

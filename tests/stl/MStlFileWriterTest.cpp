@@ -47,8 +47,10 @@ std::vector<std::pair<std::array<int, 9>, MStlColor>> View(const MStlBase& mesh)
     {
         unsigned v[3];
         int* c = list[t].first.data();
-        EXPECT_TRUE(h.GetTriangle(t, v[0], v[1], v[2]) && h.GetVertex(v[0], c[0], c[1], c[2]) &&
-                    h.GetVertex(v[1], c[3], c[4], c[5]) && h.GetVertex(v[2], c[6], c[7], c[8]));
+        EXPECT_TRUE(h.GetTriangle(t, v[0], v[1], v[2]));
+        EXPECT_TRUE(h.GetVertex(v[0], c[0], c[1], c[2]));
+        EXPECT_TRUE(h.GetVertex(v[1], c[3], c[4], c[5]));
+        EXPECT_TRUE(h.GetVertex(v[2], c[6], c[7], c[8]));
         list[t].second = colours ? h.GetColor(t) : MStlColor();
     }
     h.Close();
@@ -150,7 +152,8 @@ TEST(StlRoundTrip, GoldenFilesOfEveryStorageKindAndWhatReadingThemGives)
                             ? MStlBaseFileUtilities::WriteStlMM(&mesh, path)
                             : MStlBaseFileUtilities::WriteStl(&mesh, path, options, nullptr));
             EXPECT_EQ(ReadBytes(path), file);
-            ASSERT_TRUE(copy.GetStlHybrid().SetState(kind) && MStlBaseFileUtilities::ReadStlMM(&copy, path));
+            ASSERT_TRUE(copy.GetStlHybrid().SetState(kind));
+            ASSERT_TRUE(MStlBaseFileUtilities::ReadStlMM(&copy, path));
             // Colours travel in coloured binary files only, five bits per channel, with the mesh colour owed.
             const bool owed = colours && standard && meshRgb != 0x3264C8u;
             auto expected = View(mesh);
@@ -159,12 +162,12 @@ TEST(StlRoundTrip, GoldenFilesOfEveryStorageKindAndWhatReadingThemGives)
                                     : MStlColor::ConvertFrom16BitValue(MStlColor::ConvertTo16BitValue(
                                           owed && !f.second.IsDefined() ? MStlColor(meshRgb) : f.second));
             EXPECT_EQ(View(copy), expected);
-            EXPECT_TRUE(copy.GetStlHybrid().GetNumVertices() == 5 &&
-                        copy.GetMaterial().GetColorIsReadFromFile() == colours &&
-                        copy.GetMaterial().GetRGB() == (colours ? material : MStlMaterial()).GetRGB());
+            EXPECT_EQ(copy.GetStlHybrid().GetNumVertices(), 5);
+            EXPECT_EQ(copy.GetMaterial().GetColorIsReadFromFile(), colours);
+            EXPECT_EQ(copy.GetMaterial().GetRGB(), (colours ? material : MStlMaterial()).GetRGB());
             // The flags travel in the binary header; only the first word after "solid" is a name.
-            EXPECT_TRUE(copy.GetProperties().GetIsSupport() == (options.binary && support) &&
-                        copy.GetProperties().GetIsSupposedSolid() == (!options.binary || !support));
+            EXPECT_EQ(copy.GetProperties().GetIsSupport(), (options.binary && support));
+            EXPECT_EQ(copy.GetProperties().GetIsSupposedSolid(), (!options.binary || !support));
             const wchar_t* read[] = {L"part3 ", L"top1 side2 ", L"3 ", L"3 "}; // ASCII, per surface, binary
             EXPECT_EQ(Surfaces(copy), standard ? read[2 * options.binary + options.solidPerSurface] : L";");
         }
@@ -185,8 +188,8 @@ std::vector<uint16_t> AttributeWords(const std::string& file)
 // written back with colours, every attribute word and the header colour come back as they were.
 TEST(StlRoundTrip, ColouredBinaryFileKeepsItsAttributeWordsAndHeaderColour)
 {
-    const std::filesystem::path source =
-        std::filesystem::path(KEL_TEST_DATA_DIR) / "stl" / "derived" / "star_binary_COLOR_MATERIAL_header.stl";
+    const std::filesystem::path source = std::filesystem::path(KEL_TEST_DATA_DIR) / "stl" / "derived" /
+                                         "star_binary_COLOR_MATERIAL_header.stl";
     const std::string original = ReadBytes(source);
     ASSERT_EQ(original.size(), 84u + 68u * 50u);
     MStlBase mesh;
@@ -219,10 +222,12 @@ TEST(MStlFileWriter, TransformationMovesCornersAndNormals)
         writer.SetFileName(path.c_str());
         writer.SetStlToWrite(&mesh);
         writer.SetWriteTransformation(&transformation);
-        ASSERT_TRUE(writer.Write(nullptr) && writer.Close());
+        ASSERT_TRUE(writer.Write(nullptr));
+        ASSERT_TRUE(writer.Close());
         std::istringstream bytes(ReadBytes(path).substr(84));
         MStlFileTriangle facet;
-        ASSERT_TRUE(facet.ReadBinary(bytes) && bytes.tellg() == 50);
+        ASSERT_TRUE(facet.ReadBinary(bytes));
+        ASSERT_EQ(bytes.tellg(), 50);
         EXPECT_LT((facet.GetNormal() - normal).length(), 1e-6) << scale;
         EXPECT_LT((facet.GetVertex(1) - corner).length(), 1e-5) << scale;
     }
@@ -323,9 +328,13 @@ TEST(MStlFileWriter, ExportStartsThreadsOnlyWhenAskedToRunInParallel)
         threadsStartedHere = 0;
         ASSERT_TRUE(WriteBinary(mesh, dir.File("g.stl"), false, parallel));
         if (parallel)
+        {
             EXPECT_GT(threadsStartedHere, 0) << "the background writer";
+        }
         else
+        {
             EXPECT_EQ(threadsStartedHere, 0);
+        }
     }
 #endif
 }

@@ -54,13 +54,16 @@ inline void BuildHybrid(MStlBase& mesh, MStlHybridState kind, const std::vector<
                         const std::vector<uint32_t>& colours, size_t split = SIZE_MAX)
 {
     MStlHybrid& hybrid = mesh.GetStlHybrid();
-    ASSERT_TRUE(hybrid.SetState(kind) && hybrid.StartAddingVertices());
+    ASSERT_TRUE(hybrid.SetState(kind));
+    ASSERT_TRUE(hybrid.StartAddingVertices());
     for (unsigned i = 0; i < points.size(); ++i) // Standard appends; stores merge equal positions
         EXPECT_EQ(hybrid.AddVertex(points[i][0], points[i][1], points[i][2]), i);
     for (size_t f = 0; f < faces.size(); ++f)
     {
-        EXPECT_TRUE((f != 0 && f != split) ||
-                    hybrid.StartAddingTriangles(f == 0 ? nullptr : mesh.AddSurface(nullptr)));
+        if (f == 0 || f == split)
+        {
+            EXPECT_TRUE(hybrid.StartAddingTriangles(f == 0 ? nullptr : mesh.AddSurface(nullptr)));
+        }
         hybrid.AddTriangle(faces[f][0], faces[f][1], faces[f][2]);
     }
     ASSERT_TRUE(hybrid.StartAddingTriangleColors());

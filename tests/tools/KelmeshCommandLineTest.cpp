@@ -33,13 +33,15 @@ TEST(KelmeshCommandLine, ValidArgumentsSetEveryField)
     using C = Colours;
     const std::pair<const char*, CommandLine> rows[] = {
         {"", {}},
-        {"info -", {Command::Info, "-", "", Flavour::Same, C::Same, false, 1, false, true, Kind::Default, ""}},
+        {"info -",
+         {Command::Info, "-", "", Flavour::Same, C::Same, false, 1, false, true, Kind::Default, ""}},
         {"info a.stl --kind standard --no-timing",
          {Command::Info, "a.stl", "", Flavour::Same, C::Same, false, 1, false, false, Kind::Standard, ""}},
         {"info --kind ondisk a --kind compact",
          {Command::Info, "a", "", Flavour::Same, C::Same, false, 1, false, true, Kind::Compact, ""}},
         {"convert in.stl out.stl",
-         {Command::Convert, "in.stl", "out.stl", Flavour::Same, C::Same, false, 1, false, true, Kind::Default, ""}},
+         {Command::Convert, "in.stl", "out.stl", Flavour::Same, C::Same, false, 1, false, true, Kind::Default,
+          ""}},
         {"convert a b --scale=0.5 --kind=compact -q",
          {Command::Convert, "a", "b", Flavour::Same, C::Same, false, 0.5, true, true, Kind::Compact, ""}},
         {"convert --kind OnDisk a b --binary --binary --no-colours",
@@ -48,7 +50,8 @@ TEST(KelmeshCommandLine, ValidArgumentsSetEveryField)
          {Command::Convert, "a", "b", Flavour::Ascii, C::On, true, 25.4, false, true, Kind::Default, ""}},
         // Help and version win wherever they stand, even beside a mistake.
         {"convert a --help --fast", {}},
-        {"info --version", {Command::Version, "", "", Flavour::Same, C::Same, false, 1, false, true, Kind::Default, ""}}};
+        {"info --version",
+         {Command::Version, "", "", Flavour::Same, C::Same, false, 1, false, true, Kind::Default, ""}}};
     for (const auto& [args, expected] : rows)
     {
         SCOPED_TRACE(args);
@@ -60,12 +63,12 @@ TEST(KelmeshCommandLine, ValidArgumentsSetEveryField)
 TEST(KelmeshCommandLine, RefusesWhatItCannotDo)
 {
     // A --kind value is taken as the kind even when it looks like a file name.
-    for (const char* bad : {"show a", "info", "info a.stl b.stl", "info a.stl --ascii", "info --kind a.stl",
-                            "info a.stl --kind", "info a.stl --kind=", "info a.stl --kind disk",
-                            "convert in.stl", "convert a b c", "convert a b --ascii --binary",
-                            "convert a b --fast", "convert a b --scale", "convert a b --scale 0",
-                            "convert a b --colors --no-colors", "info a.stl --no-colors",
-                            "convert a b --scale inf", "convert a b --scale 2x", "convert a b --scale="})
+    for (const char* bad :
+         {"show a", "info", "info a.stl b.stl", "info a.stl --ascii", "info --kind a.stl",
+          "info a.stl --kind", "info a.stl --kind=", "info a.stl --kind disk", "convert in.stl",
+          "convert a b c", "convert a b --ascii --binary", "convert a b --fast", "convert a b --scale",
+          "convert a b --scale 0", "convert a b --colors --no-colors", "info a.stl --no-colors",
+          "convert a b --scale inf", "convert a b --scale 2x", "convert a b --scale="})
         EXPECT_FALSE(ParseCommandLine(Split(bad)).error.empty()) << bad;
 }
 } // namespace

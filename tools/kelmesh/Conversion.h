@@ -140,8 +140,8 @@ inline void MeshFlags(const KelSDK::Triangles::Data::MStlBase& mesh, const ReadS
 }
 
 // What only the native format holds of the mesh model.
-inline void NativeOnly(const KelSDK::Triangles::Data::MStlBase& mesh, const ReadSummary&, const Output& output,
-                       std::vector<std::string>& lost)
+inline void NativeOnly(const KelSDK::Triangles::Data::MStlBase& mesh, const ReadSummary&,
+                       const Output& output, std::vector<std::string>& lost)
 {
     if (!output.stl)
         return;
@@ -170,8 +170,8 @@ inline std::vector<LossCheck>& LossChecks()
 }
 
 // What the output will not hold, one item per warning.
-inline std::vector<std::string> WhatIsLost(const KelSDK::Triangles::Data::MStlBase& mesh, const ReadSummary& input,
-                                           const Output& output)
+inline std::vector<std::string> WhatIsLost(const KelSDK::Triangles::Data::MStlBase& mesh,
+                                           const ReadSummary& input, const Output& output)
 {
     std::vector<std::string> lost;
     for (LossCheck check : LossChecks())

@@ -51,10 +51,12 @@ inline std::string BinaryReason(int code, uint64_t size, uint64_t declared)
     if (code == Binary::HeaderTruncated && size == 0)
         return "an empty file";
     if (code == Binary::HeaderTruncated)
-        return Count(size, "byte", "bytes") + ", too short for the header and facet count of a binary STL (84 bytes)";
+        return Count(size, "byte", "bytes") +
+               ", too short for the header and facet count of a binary STL (84 bytes)";
     if (code == Binary::StreamTooShort)
-        return "a binary STL shorter than its facet count (" + Count(declared, "facet needs ", "facets need ") +
-               std::to_string(needed) + " bytes, the file has " + std::to_string(size) + ")";
+        return "a binary STL shorter than its facet count (" +
+               Count(declared, "facet needs ", "facets need ") + std::to_string(needed) +
+               " bytes, the file has " + std::to_string(size) + ")";
     // Trailing bytes are reported as a mismatch, or (read as a further block of facets) as a
     // block that ends early.
     if ((code == Binary::SizeMismatch || code == Binary::StreamError) && size > needed)

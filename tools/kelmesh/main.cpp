@@ -489,13 +489,15 @@ int RunInfo(const Kelmesh::CommandLine& line)
 }
 
 // What the conversion writes: the command line's choices, else what the input has.
-Kelmesh::Output ChooseOutput(const MeshFormat& target, const Kelmesh::CommandLine& line, const ReadSummary& input)
+Kelmesh::Output ChooseOutput(const MeshFormat& target, const Kelmesh::CommandLine& line,
+                             const ReadSummary& input)
 {
     Kelmesh::Output output;
     output.stl = target.write == &WriteStl;
     if (!output.stl)
         return output;
-    output.ascii = line.flavour == Kelmesh::Flavour::Same ? input.ascii : line.flavour == Kelmesh::Flavour::Ascii;
+    output.ascii =
+        line.flavour == Kelmesh::Flavour::Same ? input.ascii : line.flavour == Kelmesh::Flavour::Ascii;
     const bool colours =
         line.colours == Kelmesh::Colours::On || (line.colours == Kelmesh::Colours::Same && HasColours(input));
     output.colours = colours && !output.ascii;
@@ -512,8 +514,9 @@ int RunConvert(const Kelmesh::CommandLine& line)
         return UsageError("'" + line.output + "' has no known output format (known: " + KnownFormats() + ")");
     // The native format stores the mesh as it is: the STL writer's options have no meaning there.
     if (target->write != &WriteStl && Kelmesh::HasStlOutputOptions(line))
-        return UsageError("--ascii, --binary, --colors, --no-colors, --solid-per-surface and --scale apply to "
-                          "STL output only");
+        return UsageError(
+            "--ascii, --binary, --colors, --no-colors, --solid-per-surface and --scale apply to "
+            "STL output only");
     MStlBase mesh;
     ReadSummary summary;
     double readSeconds = 0.0;
