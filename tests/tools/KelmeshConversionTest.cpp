@@ -39,9 +39,10 @@ TEST(KelmeshConversion, WhatTheOutputCannotHoldIsNamed)
     ReadSummary coloured;
     coloured.headerColour = true;
     coloured.counts = CountMesh(mesh);
-    Output refused = Stl(true, false), perSurface = Stl(true, false);
+    Output refused = Stl(true, false), perSurfaceRefused = Stl(true, false);
     refused.coloursRefused = true;
-    perSurface.solidPerSurface = true;
+    perSurfaceRefused.coloursRefused = true;
+    perSurfaceRefused.solidPerSurface = true;
     const Output native;
     const std::tuple<const char*, Output, Lost> rows[] = {
         {"native", native, {}},
@@ -50,16 +51,9 @@ TEST(KelmeshConversion, WhatTheOutputCannotHoldIsNamed)
          {"the division into 2 solids (binary STL holds one solid)"}},
         {"ASCII",
          Stl(true, false),
-         {"1 facet colours and the mesh colour and material (ASCII STL has no colours)",
+         {"1 facet colour and the mesh colour and material (ASCII STL has no colours)",
           "the division into 2 solids (--solid-per-surface keeps it)"}},
-        {"ASCII without colours, one solid per surface",
-         [&]
-         {
-             Output o = perSurface;
-             o.coloursRefused = true;
-             return o;
-         }(),
-         {}},
+        {"ASCII without colours, one solid per surface", perSurfaceRefused, {}},
         {"ASCII without colours on request",
          refused,
          {"the division into 2 solids (--solid-per-surface keeps it)"}},
@@ -86,7 +80,7 @@ TEST(KelmeshConversion, NativeDataPluginSectionsAndFlagsAreNamedForStl)
     EXPECT_EQ(WhatIsLost(mesh, input, ascii),
               (Lost{"plug-in section \"Probe\" (no plug-in registered for it)",
                     "the mesh flags (support, solid; ASCII STL has no header)",
-                    "1 history entries (STL holds triangles only)"}));
+                    "1 history entry (STL holds triangles only)"}));
 }
 
 TEST(KelmeshConversion, ARefusedStlFileSaysWhichCaseItIs)
@@ -103,15 +97,13 @@ TEST(KelmeshConversion, ARefusedStlFileSaysWhichCaseItIs)
     const std::tuple<const char*, F, int, std::string, uint64_t, std::string> rows[] = {
         {"empty", F::BinaryReader, B::HeaderTruncated, "", 0, "an empty file"},
         {"a solid without facets", F::BinaryReader, B::HeaderTruncated, solidText, 27,
-         "begins with \"solid\" but holds no facet in its first 300 bytes, so it was read as binary: 27 "
-         "bytes, too "
-         "short for the header and facet count of a binary STL (84 bytes)"},
-        {"short", F::BinaryReader, B::StreamTooShort, binary("x"), 584,
-         "a binary STL shorter than its facet count (10 facets need 584 bytes, the file has 584)"},
+         "begins with \"solid\" but holds no facet in its first 300 bytes, so it was read as binary: "
+         "27 bytes, too short for the header and facet count of a binary STL (84 bytes)"},
+        {"short", F::BinaryReader, B::StreamTooShort, binary("x"), 300,
+         "a binary STL shorter than its facet count (10 facets need 584 bytes, the file has 300)"},
         {"trailing, read as a further block", F::BinaryReader, B::StreamError, binary("SOLID x"), 585,
-         "begins with \"solid\" but holds no facet in its first 300 bytes, so it was read as binary: a "
-         "binary STL "
-         "with 1 byte after its 10 facets"},
+         "begins with \"solid\" but holds no facet in its first 300 bytes, so it was read as binary: "
+         "a binary STL with 1 byte after its 10 facets"},
         {"trailing", F::BinaryReader, B::SizeMismatch, binary("x"), 600,
          "a binary STL with 16 bytes after its 10 facets"},
         {"a further block that fails", F::BinaryReader, B::StreamError, binary("x"), 584,

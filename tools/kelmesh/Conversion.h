@@ -7,12 +7,15 @@
 // tested without running the program.
 #pragma once
 
+#include "Counted.h"
+
 #include <KelSDK/Math/BoundingBox.h>
 #include <KelSDK/Triangles/Data.h>
 
 #include <cstdint>
 #include <map>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace Kelmesh
@@ -109,7 +112,7 @@ inline void Colours(const KelSDK::Triangles::Data::MStlBase&, const ReadSummary&
         return;
     std::string what;
     if (input.counts.coloured > 0)
-        what = std::to_string(input.counts.coloured) + " facet colours";
+        what = Counted(input.counts.coloured, "facet colour", "facet colours");
     if (input.headerColour)
         what += (what.empty() ? "" : " and ") + std::string("the mesh colour and material");
     lost.push_back(what + " (ASCII STL has no colours)");
@@ -125,7 +128,7 @@ inline void Solids(const KelSDK::Triangles::Data::MStlBase&, const ReadSummary& 
     for (const auto& [surface, triangles] : input.counts.perSurface)
         solids += triangles > 0 ? 1 : 0;
     if (solids > 1)
-        lost.push_back("the division into " + std::to_string(solids) + " solids (" +
+        lost.push_back("the division into " + Counted(solids, "solid", "solids") + " (" +
                        (output.ascii ? "--solid-per-surface keeps it" : "binary STL holds one solid") + ")");
 }
 
@@ -145,17 +148,17 @@ inline void NativeOnly(const KelSDK::Triangles::Data::MStlBase& mesh, const Read
 {
     if (!output.stl)
         return;
-    const std::pair<size_t, const char*> parts[] = {
-        {mesh.GetCurves().GetNumCurveSets(), "curve sets"},
-        {mesh.GetSurfaceBorders().GetNumBorders(), "surface borders"},
-        {mesh.NumberOfGraphEdges(), "graph edges"},
-        {mesh.GetRegisteredPoints().GetNumPoints(), "registered points"},
-        {mesh.GetTextures().GetNumTextures(), "textures"},
-        {mesh.GetHistory().GetNumEntries(), "history entries"},
+    const std::tuple<size_t, const char*, const char*> parts[] = {
+        {mesh.GetCurves().GetNumCurveSets(), "curve set", "curve sets"},
+        {mesh.GetSurfaceBorders().GetNumBorders(), "surface border", "surface borders"},
+        {mesh.NumberOfGraphEdges(), "graph edge", "graph edges"},
+        {mesh.GetRegisteredPoints().GetNumPoints(), "registered point", "registered points"},
+        {mesh.GetTextures().GetNumTextures(), "texture", "textures"},
+        {mesh.GetHistory().GetNumEntries(), "history entry", "history entries"},
     };
-    for (const auto& [count, name] : parts)
+    for (const auto& [count, one, many] : parts)
         if (count > 0)
-            lost.push_back(std::to_string(count) + " " + name + " (STL holds triangles only)");
+            lost.push_back(Counted(count, one, many) + " (STL holds triangles only)");
     if (mesh.GetFaceGroupInfo() != nullptr)
         lost.push_back("the face groups (STL holds triangles only)");
 }

@@ -3,6 +3,8 @@
 // tested without files.
 #pragma once
 
+#include "Counted.h"
+
 #include <KelSDK/Triangles/IO/MStlFileReader.h>
 #include <KelSDK/Triangles/IO/MStlFileReaderAscii.h>
 #include <KelSDK/Triangles/IO/MStlFileReaderBinary.h>
@@ -14,11 +16,6 @@ namespace Kelmesh
 {
 namespace Detail
 {
-inline std::string Count(uint64_t n, const char* one, const char* many)
-{
-    return std::to_string(n) + " " + (n == 1 ? one : many);
-}
-
 // "solid" in any letter case at the very start: detection then looks for facets in the text.
 inline bool BeginsWithSolid(const std::string& head)
 {
@@ -51,17 +48,17 @@ inline std::string BinaryReason(int code, uint64_t size, uint64_t declared)
     if (code == Binary::HeaderTruncated && size == 0)
         return "an empty file";
     if (code == Binary::HeaderTruncated)
-        return Count(size, "byte", "bytes") +
+        return Counted(size, "byte", "bytes") +
                ", too short for the header and facet count of a binary STL (84 bytes)";
     if (code == Binary::StreamTooShort)
         return "a binary STL shorter than its facet count (" +
-               Count(declared, "facet needs ", "facets need ") + std::to_string(needed) +
+               Counted(declared, "facet needs ", "facets need ") + std::to_string(needed) +
                " bytes, the file has " + std::to_string(size) + ")";
     // Trailing bytes are reported as a mismatch, or (read as a further block of facets) as a
     // block that ends early.
     if ((code == Binary::SizeMismatch || code == Binary::StreamError) && size > needed)
-        return "a binary STL with " + Count(size - needed, "byte", "bytes") + " after its " +
-               Count(declared, "facet", "facets");
+        return "a binary STL with " + Counted(size - needed, "byte", "bytes") + " after its " +
+               Counted(declared, "facet", "facets");
     return "a binary STL whose facets could not be read";
 }
 } // namespace Detail
