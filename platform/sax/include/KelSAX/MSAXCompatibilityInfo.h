@@ -17,6 +17,7 @@
 
 #include <array>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace KelSAX
@@ -42,6 +43,7 @@ public:
     MSAXApplicationInfo() = default;
     MSAXApplicationInfo(std::string name, short v1, short v2, short v3, short v4);
     const std::string& GetName() const { return name_; }
+    void SetName(std::string name) { name_ = std::move(name); }
     const std::array<short, 4>& GetVersion() const { return version_; }
     // "1.0.0.0".
     std::string GetVersionText() const;
@@ -127,7 +129,8 @@ public:
     void EndTag(const std::string& tag, ISAXReader& reader) override;
 
 private:
-    struct Reading;
+    // While reading: the application element being read and the list it goes to.
+    MSAXApplicationInfo readApplication_;
     MSAXFileVersionInfo fileVersion_;
     MSAXProductInfo product_;
     MSAXApplicationInfo application_;
