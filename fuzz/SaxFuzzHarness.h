@@ -4,7 +4,6 @@
 #pragma once
 
 #include <KelSAX/KelSAX.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <memory>

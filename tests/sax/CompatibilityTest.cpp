@@ -28,10 +28,12 @@ TEST_P(Compatibility, ARecordRoundTripsThroughItsElement)
     written.AddBackwardCompatibleApplication("Vordex", 10, 0, 0, 0);
     written.AddBackwardCompatibleApplication("3Dorix", 1, 2, 3, 4);
     written.AddForwardCompatibleApplication("3Dorix", 4, 0, 0, 0);
-    const Bytes data = WriteDocument(GetParam().archive, [&](KelSAX::SAXWriter& w) { EXPECT_TRUE(written.Write(w)); });
+    const Bytes data =
+        WriteDocument(GetParam().archive, [&](KelSAX::SAXWriter& w) { EXPECT_TRUE(written.Write(w)); });
     MSAXCompatibilityInfo read;
     Scripted root;
-    root.on["CompatibilityInfo"] = [&](ISAXReader& r) {
+    root.on["CompatibilityInfo"] = [&](ISAXReader& r)
+    {
         read.Reset();
         return r.ReadInPlace(read);
     };
@@ -47,11 +49,12 @@ INSTANTIATE_TEST_SUITE_P(Encodings, Compatibility, testing::ValuesIn(kEncodings)
 
 TEST(CompatibilityRecord, UnknownChildrenAndBadVersionsAreSkipped)
 {
-    const std::string text = "<KelSAX version=\"1.0\"><CompatibilityInfo>"
-                             "<Application><Name>A</Name><Version>1.2.x.4</Version><Extra>1</Extra></Application>"
-                             "<Future><Name>ignored</Name></Future>"
-                             "<FileVersion><Name>F</Name><Major>3</Major><Minor>oops</Minor></FileVersion>"
-                             "</CompatibilityInfo></KelSAX>";
+    const std::string text =
+        "<KelSAX version=\"1.0\"><CompatibilityInfo>"
+        "<Application><Name>A</Name><Version>1.2.x.4</Version><Extra>1</Extra></Application>"
+        "<Future><Name>ignored</Name></Future>"
+        "<FileVersion><Name>F</Name><Major>3</Major><Minor>oops</Minor></FileVersion>"
+        "</CompatibilityInfo></KelSAX>";
     MSAXCompatibilityInfo read;
     Scripted root;
     root.on["CompatibilityInfo"] = [&](ISAXReader& r) { return r.ReadInPlace(read); };

@@ -29,7 +29,8 @@ TEST(SaxHostileXml, ExternalEntitiesAreRefused)
     ExpectRefused("<!DOCTYPE x [<!ENTITY secret SYSTEM \"file:///etc/passwd\">]>"
                   "<KelSAX version=\"1.0\"><V>&secret;</V></KelSAX>",
                   "DOCTYPE");
-    ExpectRefused("<!DOCTYPE KelSAX SYSTEM \"http://example.com/x.dtd\"><KelSAX version=\"1.0\"/>", "DOCTYPE");
+    ExpectRefused("<!DOCTYPE KelSAX SYSTEM \"http://example.com/x.dtd\"><KelSAX version=\"1.0\"/>",
+                  "DOCTYPE");
 }
 
 TEST(SaxHostileXml, UndeclaredEntitiesAreMalformed)
@@ -85,11 +86,13 @@ std::string ReadBinaryFailure(const std::string& element)
 {
     const std::string text = "<KelSAX version=\"1.0\">" + element + "</KelSAX>";
     Scripted root;
-    root.on["V"] = [](ISAXReader& r) {
+    root.on["V"] = [](ISAXReader& r)
+    {
         std::vector<uint8_t> bytes;
         return r.ReadBinary(bytes);
     };
-    root.on["S"] = [](ISAXReader& r) {
+    root.on["S"] = [](ISAXReader& r)
+    {
         std::string text;
         return r.ReadValue(text);
     };
@@ -140,17 +143,20 @@ TEST(SaxHostileXml, Base64MayBeBrokenByBlanks)
 Bytes SmallArchive()
 {
     const Bytes value(4000, 3);
-    return WriteDocument(true, [&](KelSAX::SAXWriter& w) {
-        w.WriteValue("Name", std::string("archive"));
-        w.WriteBinary("V", value.data(), value.size(), true);
-    });
+    return WriteDocument(true,
+                         [&](KelSAX::SAXWriter& w)
+                         {
+                             w.WriteValue("Name", std::string("archive"));
+                             w.WriteBinary("V", value.data(), value.size(), true);
+                         });
 }
 
 // Reads the archive, taking "V" as a binary value; "read" or the error message.
 std::string ReadArchive(const Bytes& data)
 {
     Scripted root;
-    root.on["V"] = [](ISAXReader& r) {
+    root.on["V"] = [](ISAXReader& r)
+    {
         std::vector<uint8_t> bytes;
         return r.ReadBinary(bytes);
     };
@@ -196,7 +202,8 @@ TEST(SaxHostileArchive, ADecompressionBombIsRefused)
 {
     // 160 MiB of zeros deflate to about 160 KiB: far beyond 256 times the archive plus 64 MiB.
     const Bytes zeros(size_t(160) << 20, 0);
-    const Bytes bomb = WriteDocument(true, [&](KelSAX::SAXWriter& w) { w.WriteBinary("V", zeros.data(), zeros.size(), true); });
+    const Bytes bomb = WriteDocument(true, [&](KelSAX::SAXWriter& w)
+                                     { w.WriteBinary("V", zeros.data(), zeros.size(), true); });
     ASSERT_LT(bomb.size(), size_t(1) << 20);
     const std::string what = ReadArchive(bomb);
     EXPECT_NE(what.find("decompression bomb"), std::string::npos) << what;
@@ -206,9 +213,11 @@ TEST(SaxHostileArchive, AValueReadTooOftenExhaustsTheBudget)
 {
     // 40 MiB once is within the bound; reading it again and again is not.
     const Bytes zeros(size_t(40) << 20, 0);
-    const Bytes data = WriteDocument(true, [&](KelSAX::SAXWriter& w) { w.WriteBinary("V", zeros.data(), zeros.size(), true); });
+    const Bytes data = WriteDocument(true, [&](KelSAX::SAXWriter& w)
+                                     { w.WriteBinary("V", zeros.data(), zeros.size(), true); });
     Scripted root;
-    root.on["V"] = [](ISAXReader& r) {
+    root.on["V"] = [](ISAXReader& r)
+    {
         std::vector<uint8_t> bytes;
         for (int i = 0; i < 4; ++i)
             r.ReadBinary(bytes);

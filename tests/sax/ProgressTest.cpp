@@ -16,10 +16,12 @@ public:
 
 Bytes ManyElements(bool archive)
 {
-    return WriteDocument(archive, [](KelSAX::SAXWriter& w) {
-        for (int32_t i = 0; i < 50000; ++i)
-            w.WriteValue("V", i);
-    });
+    return WriteDocument(archive,
+                         [](KelSAX::SAXWriter& w)
+                         {
+                             for (int32_t i = 0; i < 50000; ++i)
+                                 w.WriteValue("V", i);
+                         });
 }
 
 class Progress : public testing::TestWithParam<Encoding>
@@ -47,7 +49,8 @@ TEST_P(Progress, ACancelledReadStops)
     auto context = KelSAX::SAXContextsFactory::CreateSAXContext(KelSAX::eSAXContextPlain);
     context->SetProgressDelegate(recorder);
     Scripted root;
-    EXPECT_THROW(ReadDocument(ManyElements(GetParam().archive), root, context), KelSAX::MSAXError::MGenericRead);
+    EXPECT_THROW(ReadDocument(ManyElements(GetParam().archive), root, context),
+                 KelSAX::MSAXError::MGenericRead);
     EXPECT_LT(root.offered.size(), 50000u);
 }
 

@@ -2,13 +2,13 @@
 // to each element name are set by the test.
 #pragma once
 
-#include <KelSAX/KelSAX.h>
-
 #include <gtest/gtest.h>
 
+#include <KelSAX/KelSAX.h>
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -23,7 +23,14 @@ struct Encoding
     bool archive;
 };
 inline const Encoding kEncodings[] = {{"Xml", false}, {"Archive", true}};
-inline std::string EncodingName(const testing::TestParamInfo<Encoding>& info) { return info.param.name; }
+inline std::string EncodingName(const testing::TestParamInfo<Encoding>& info)
+{
+    return info.param.name;
+}
+inline void PrintTo(const Encoding& encoding, std::ostream* out)
+{
+    *out << encoding.name;
+}
 
 // A document written by body into memory; the test fails if writing does.
 inline Bytes WriteDocument(bool archive, const std::function<void(KelSAX::SAXWriter&)>& body,
@@ -36,8 +43,14 @@ inline Bytes WriteDocument(bool archive, const std::function<void(KelSAX::SAXWri
     return writer.GetBuffer();
 }
 
-inline Bytes AsBytes(const std::string& text) { return Bytes(text.begin(), text.end()); }
-inline std::string AsText(const Bytes& bytes) { return std::string(bytes.begin(), bytes.end()); }
+inline Bytes AsBytes(const std::string& text)
+{
+    return Bytes(text.begin(), text.end());
+}
+inline std::string AsText(const Bytes& bytes)
+{
+    return std::string(bytes.begin(), bytes.end());
+}
 
 // Takes the elements that have a reaction (its result is HandleTag's) and records every element
 // offered and every end.

@@ -19,7 +19,8 @@ protected:
         const Bytes data = WriteDocument(GetParam().archive, write);
         Scripted root;
         bool seen = false;
-        root.on["V"] = [&](ISAXReader& reader) {
+        root.on["V"] = [&](ISAXReader& reader)
+        {
             seen = true;
             read(reader);
             return true;
@@ -35,7 +36,8 @@ template <typename T> void IntegerRows(Values& test, const std::vector<T>& rows)
     for (const T value : rows)
     {
         SCOPED_TRACE(std::to_string(value));
-        const Bytes data = WriteDocument(test.GetParam().archive, [&](KelSAX::SAXWriter& w) { w.WriteValue("V", value); });
+        const Bytes data =
+            WriteDocument(test.GetParam().archive, [&](KelSAX::SAXWriter& w) { w.WriteValue("V", value); });
         Scripted root;
         T got{};
         bool ok = false;
@@ -48,7 +50,8 @@ template <typename T> void IntegerRows(Values& test, const std::vector<T>& rows)
 
 TEST_P(Values, IntegersKeepTheirExtremes)
 {
-    IntegerRows<int32_t>(*this, {0, -1, std::numeric_limits<int32_t>::min(), std::numeric_limits<int32_t>::max()});
+    IntegerRows<int32_t>(*this,
+                         {0, -1, std::numeric_limits<int32_t>::min(), std::numeric_limits<int32_t>::max()});
     IntegerRows<uint32_t>(*this, {0u, std::numeric_limits<uint32_t>::max()});
     IntegerRows<int64_t>(*this, {std::numeric_limits<int64_t>::min(), std::numeric_limits<int64_t>::max()});
     IntegerRows<uint64_t>(*this, {0u, std::numeric_limits<uint64_t>::max()});
@@ -56,8 +59,13 @@ TEST_P(Values, IntegersKeepTheirExtremes)
 
 TEST_P(Values, DoublesKeepTheirBits)
 {
-    const double rows[] = {0.1, -0.0, 1e308, 4.9406564584124654e-324, -123456.789e-7,
-                           std::numeric_limits<double>::infinity(), -std::numeric_limits<double>::infinity()};
+    const double rows[] = {0.1,
+                           -0.0,
+                           1e308,
+                           4.9406564584124654e-324,
+                           -123456.789e-7,
+                           std::numeric_limits<double>::infinity(),
+                           -std::numeric_limits<double>::infinity()};
     for (const double value : rows)
     {
         SCOPED_TRACE(value);
@@ -92,8 +100,15 @@ TEST_P(Values, BoolsRoundTrip)
 
 TEST_P(Values, NarrowStringsComeBackByteForByte)
 {
-    const std::string rows[] = {"", "plain", "  blanks around  ", "<tag> & \"quotes\" 'x'", "line\r\nend\rcr\n",
-                                "tab\there", std::string("nul\0byte", 8), "bell\x07", "bad utf-8 \xC3\x28 \xFF",
+    const std::string rows[] = {"",
+                                "plain",
+                                "  blanks around  ",
+                                "<tag> & \"quotes\" 'x'",
+                                "line\r\nend\rcr\n",
+                                "tab\there",
+                                std::string("nul\0byte", 8),
+                                "bell\x07",
+                                "bad utf-8 \xC3\x28 \xFF",
                                 "\xE6\xAD\xAF\xE8\xBB\x8A \xF0\x9F\x98\x80"};
     for (const std::string& value : rows)
     {
@@ -128,7 +143,8 @@ TEST_P(Values, StringLiteralsAreStringsNotBools)
 TEST_P(Values, BinaryValuesOfEverySizeRoundTrip)
 {
     // Around the size from which an archive stores values as entries of their own.
-    for (const size_t size : {size_t(0), size_t(1), size_t(2), size_t(3), size_t(1023), size_t(1024), size_t(300000)})
+    for (const size_t size :
+         {size_t(0), size_t(1), size_t(2), size_t(3), size_t(1023), size_t(1024), size_t(300000)})
     {
         for (const bool compress : {true, false})
         {
@@ -139,7 +155,8 @@ TEST_P(Values, BinaryValuesOfEverySizeRoundTrip)
             Bytes got{1, 2, 3};
             uint64_t declared = 99;
             RoundTrip([&](KelSAX::SAXWriter& w) { w.WriteBinary("V", value.data(), value.size(), compress); },
-                      [&](ISAXReader& r) {
+                      [&](ISAXReader& r)
+                      {
                           EXPECT_TRUE(r.GetBinarySize(declared));
                           EXPECT_TRUE(r.ReadBinary(got));
                       });
@@ -155,7 +172,8 @@ TEST_P(Values, BinaryIntoCallerMemoryNeedsTheExactSize)
     Bytes exact(5000), small(4999);
     bool exactOk = false, smallOk = true;
     RoundTrip([&](KelSAX::SAXWriter& w) { w.WriteBinary("V", value.data(), value.size(), true); },
-              [&](ISAXReader& r) {
+              [&](ISAXReader& r)
+              {
                   smallOk = r.ReadBinary(small.data(), small.size());
                   exactOk = r.ReadBinary(exact.data(), exact.size());
               });
@@ -170,7 +188,8 @@ TEST_P(Values, AnElementWithoutBinaryValueSaysSo)
     uint64_t size = 0;
     bool hasSize = true, read = true;
     RoundTrip([&](KelSAX::SAXWriter& w) { w.WriteValue("V", 5); },
-              [&](ISAXReader& r) {
+              [&](ISAXReader& r)
+              {
                   hasSize = r.GetBinarySize(size);
                   read = r.ReadBinary(got);
               });
@@ -185,8 +204,9 @@ TEST_P(Values, TextThatIsNotTheTypeIsRefusedAndLeavesTheValue)
         const char* text;
         bool isDouble;
     };
-    const Row rows[] = {{"", false}, {"abc", false}, {"12x", false}, {"1.5", true}, {"99999999999999999999999", true},
-                        {"-", false}, {"1 2", false}};
+    const Row rows[] = {
+        {"", false},  {"abc", false}, {"12x", false}, {"1.5", true}, {"99999999999999999999999", true},
+        {"-", false}, {"1 2", false}};
     for (const Row& row : rows)
     {
         SCOPED_TRACE(row.text);
@@ -196,7 +216,8 @@ TEST_P(Values, TextThatIsNotTheTypeIsRefusedAndLeavesTheValue)
         bool b = true;
         bool iOk = true, uOk = true, dOk = !row.isDouble, bOk = true;
         RoundTrip([&](KelSAX::SAXWriter& w) { w.WriteValue("V", std::string(row.text)); },
-                  [&](ISAXReader& r) {
+                  [&](ISAXReader& r)
+                  {
                       iOk = r.ReadValue(i);
                       uOk = r.ReadValue(u);
                       dOk = r.ReadValue(d);
@@ -225,12 +246,14 @@ TEST_P(Values, TrimmedCharacterDataLosesItsBlanksOnly)
     std::string got;
     double number = 0;
     RoundTrip(
-        [&](KelSAX::SAXWriter& w) {
+        [&](KelSAX::SAXWriter& w)
+        {
             w.WriteStartTag("V");
             w._WriteTrimmedCharData(" \t 1.25 \r\n");
             w.WriteEndTag("V");
         },
-        [&](ISAXReader& r) {
+        [&](ISAXReader& r)
+        {
             EXPECT_TRUE(r.ReadValue(got));
             EXPECT_TRUE(r.ReadValue(number));
         });

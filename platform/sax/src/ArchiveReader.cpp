@@ -1,10 +1,8 @@
 #include "ArchiveReader.h"
 
 #include <KelSAX/MSAXError.h>
-
-#include <zip.h>
-
 #include <unordered_map>
+#include <zip.h>
 
 namespace KelSAX::Detail
 {
@@ -56,7 +54,8 @@ ArchiveReader::ArchiveReader(const uint8_t* data, size_t size, uint64_t maxExpan
     const zip_int64_t count = zip_get_num_entries(zip_->archive, 0);
     uint64_t compressed = 0;
     uint64_t declared = 0;
-    const uint64_t bound = size > (UINT64_MAX - allowance) / maxExpansion ? UINT64_MAX : size * maxExpansion + allowance;
+    const uint64_t bound =
+        size > (UINT64_MAX - allowance) / maxExpansion ? UINT64_MAX : size * maxExpansion + allowance;
     for (zip_int64_t i = 0; i < count; ++i)
     {
         zip_stat_t st;
@@ -71,10 +70,10 @@ ArchiveReader::ArchiveReader(const uint8_t* data, size_t size, uint64_t maxExpan
         if (st.comp_method != ZIP_CM_STORE && st.comp_method != ZIP_CM_DEFLATE)
             Refuse("entry '" + name + "' uses compression method " + std::to_string(st.comp_method) +
                    " (only stored and deflated entries are read)");
-        const uint64_t most =
-            st.comp_method == ZIP_CM_STORE ? st.comp_size
-            : st.comp_size > (UINT64_MAX - kDeflateSlack) / kDeflateRatio ? UINT64_MAX
-                                                                            : st.comp_size * kDeflateRatio + kDeflateSlack;
+        const uint64_t most = st.comp_method == ZIP_CM_STORE ? st.comp_size
+                              : st.comp_size > (UINT64_MAX - kDeflateSlack) / kDeflateRatio
+                                  ? UINT64_MAX
+                                  : st.comp_size * kDeflateRatio + kDeflateSlack;
         if (st.size > most)
             Refuse("entry '" + name + "' declares " + std::to_string(st.size) + " bytes, more than its " +
                    std::to_string(st.comp_size) + " compressed bytes can hold");
@@ -83,8 +82,8 @@ ArchiveReader::ArchiveReader(const uint8_t* data, size_t size, uint64_t maxExpan
         compressed += st.comp_size;
         if (st.size > bound - std::min(declared, bound))
             Refuse("the entries would expand to more than " + std::to_string(bound) + " bytes (" +
-                   std::to_string(maxExpansion) + " times the archive size plus " + std::to_string(allowance >> 20) +
-                   " MiB): a decompression bomb");
+                   std::to_string(maxExpansion) + " times the archive size plus " +
+                   std::to_string(allowance >> 20) + " MiB): a decompression bomb");
         declared += st.size;
         zip_->entries.emplace(name, std::make_pair(static_cast<zip_uint64_t>(i), uint64_t(st.size)));
     }
@@ -113,8 +112,8 @@ void ArchiveReader::ReadEntry(const std::string& name, uint8_t* out, size_t byte
     if (bytes > budget_)
         Refuse("reading entry '" + name + "' again would exceed the decompression bound");
     budget_ -= bytes;
-    std::unique_ptr<zip_file_t, int (*)(zip_file_t*)> file(zip_fopen_index(zip_->archive, it->second.first, 0),
-                                                          zip_fclose);
+    std::unique_ptr<zip_file_t, int (*)(zip_file_t*)> file(
+        zip_fopen_index(zip_->archive, it->second.first, 0), zip_fclose);
     if (!file)
         Refuse("entry '" + name + "' cannot be opened: " + zip_strerror(zip_->archive));
     size_t done = 0;
@@ -124,8 +123,8 @@ void ArchiveReader::ReadEntry(const std::string& name, uint8_t* out, size_t byte
         if (got < 0)
             Refuse("entry '" + name + "': " + zip_file_strerror(file.get()));
         if (got == 0)
-            Refuse("entry '" + name + "' ends after " + std::to_string(done) + " of its " + std::to_string(bytes) +
-                   " bytes");
+            Refuse("entry '" + name + "' ends after " + std::to_string(done) + " of its " +
+                   std::to_string(bytes) + " bytes");
         done += static_cast<size_t>(got);
     }
     // The end of the data, where libzip checks the checksum.

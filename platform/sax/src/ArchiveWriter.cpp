@@ -1,10 +1,9 @@
 #include "ArchiveWriter.h"
 
-#include <zip.h>
-
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <zip.h>
 
 namespace KelSAX::Detail
 {
@@ -29,7 +28,8 @@ zip_int64_t EntryCallback(void* state, void* data, zip_uint64_t length, zip_sour
         return 0;
     case ZIP_SOURCE_READ:
     {
-        const size_t n = static_cast<size_t>(std::min<zip_uint64_t>(length, entry.bytes.size() - source->position));
+        const size_t n =
+            static_cast<size_t>(std::min<zip_uint64_t>(length, entry.bytes.size() - source->position));
         if (n != 0)
             std::memcpy(data, entry.bytes.data() + source->position, n);
         source->position += n;
@@ -54,8 +54,8 @@ zip_int64_t EntryCallback(void* state, void* data, zip_uint64_t length, zip_sour
         delete source;
         return 0;
     case ZIP_SOURCE_SUPPORTS:
-        return zip_source_make_command_bitmap(ZIP_SOURCE_OPEN, ZIP_SOURCE_READ, ZIP_SOURCE_CLOSE, ZIP_SOURCE_STAT,
-                                              ZIP_SOURCE_ERROR, ZIP_SOURCE_FREE, -1);
+        return zip_source_make_command_bitmap(ZIP_SOURCE_OPEN, ZIP_SOURCE_READ, ZIP_SOURCE_CLOSE,
+                                              ZIP_SOURCE_STAT, ZIP_SOURCE_ERROR, ZIP_SOURCE_FREE, -1);
     default:
         return -1;
     }

@@ -24,7 +24,10 @@ constexpr std::array<uint8_t, 256> MakeTable()
 }
 constexpr std::array<uint8_t, 256> kTable = MakeTable();
 
-bool IsBlank(char c) { return kTable[static_cast<uint8_t>(c)] == kBlank; }
+bool IsBlank(char c)
+{
+    return kTable[static_cast<uint8_t>(c)] == kBlank;
+}
 } // namespace
 
 void AppendBase64(std::string& out, const void* data, size_t bytes)
@@ -122,7 +125,8 @@ bool DecodeBase64(std::string_view text, uint8_t* out, size_t bytes)
             return false;
         for (int k = data; k < 4; ++k)
             quad[k] = 0;
-        const uint32_t v = uint32_t(quad[0]) << 18 | uint32_t(quad[1]) << 12 | uint32_t(quad[2]) << 6 | quad[3];
+        const uint32_t v =
+            uint32_t(quad[0]) << 18 | uint32_t(quad[1]) << 12 | uint32_t(quad[2]) << 6 | quad[3];
         const size_t n = static_cast<size_t>(data - 1);
         if (bytes - written < n)
             return false;

@@ -1,11 +1,11 @@
 #include "Deflate.h"
 
 #include <tbb/parallel_for.h>
-#include <zlib.h>
 
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <zlib.h>
 
 namespace KelSAX::Detail
 {
@@ -74,7 +74,8 @@ bool MakeEntryData(const void* data, size_t bytes, int level, EntryData& out, st
     out.deflated = true;
     const size_t chunks = std::max<size_t>(1, (bytes + kChunk - 1) / kChunk);
     std::vector<Chunk> parts(chunks);
-    auto one = [&](size_t i) {
+    auto one = [&](size_t i)
+    {
         const size_t begin = i * kChunk;
         const size_t end = std::min(bytes, begin + kChunk);
         DeflateChunk(input, begin, end, i + 1 == chunks, level, parts[i]);

@@ -2,12 +2,10 @@
 
 #include <KelSAX/MSAXError.h>
 #include <KelSAX/SAXTypes.h>
-
-#include <expat.h>
-
 #include <algorithm>
 #include <charconv>
 #include <cstring>
+#include <expat.h>
 #include <limits>
 #include <memory>
 #include <new>
@@ -73,8 +71,8 @@ private:
     struct Frame
     {
         uint32_t node = 0;
-        bool direct = true;   // the text so far is the tail of document.text
-        std::string pending;  // text of an element that has children (mixed content)
+        bool direct = true;  // the text so far is the tail of document.text
+        std::string pending; // text of an element that has children (mixed content)
     };
 
     template <typename F> void Guard(F&& body)
@@ -223,7 +221,8 @@ private:
                 node.flags |= Node::Base64String;
             }
             if (!ok)
-                return Stop(std::string("element '") + name + "' has an invalid " + key + " '" + value + "'"), false;
+                return Stop(std::string("element '") + name + "' has an invalid " + key + " '" + value + "'"),
+                       false;
         }
         return true;
     }
@@ -275,7 +274,7 @@ void ParseDocument(const char* data, size_t size, uint32_t maxDepth, Document& d
                    const std::function<void(size_t)>& progress)
 {
     std::unique_ptr<std::remove_pointer_t<XML_Parser>, void (*)(XML_Parser)> parser(XML_ParserCreate(nullptr),
-                                                                                   XML_ParserFree);
+                                                                                    XML_ParserFree);
     if (!parser)
         throw MSAXError::MGenericRead("out of memory: no XML parser");
     Builder builder(parser.get(), document, maxDepth);
@@ -297,10 +296,10 @@ void ParseDocument(const char* data, size_t size, uint32_t maxDepth, Document& d
                 throw MSAXError::MSAXIncompatibleVersion(builder.Error());
             if (builder.Failed())
                 throw MSAXError::MGenericRead(builder.Error());
-            throw MSAXError::MGenericRead(std::string("malformed XML: ") +
-                                          XML_ErrorString(XML_GetErrorCode(parser.get())) + " (line " +
-                                          std::to_string(XML_GetCurrentLineNumber(parser.get())) + ", column " +
-                                          std::to_string(XML_GetCurrentColumnNumber(parser.get())) + ")");
+            throw MSAXError::MGenericRead(
+                std::string("malformed XML: ") + XML_ErrorString(XML_GetErrorCode(parser.get())) + " (line " +
+                std::to_string(XML_GetCurrentLineNumber(parser.get())) + ", column " +
+                std::to_string(XML_GetCurrentColumnNumber(parser.get())) + ")");
         }
         done += n;
         if (progress)

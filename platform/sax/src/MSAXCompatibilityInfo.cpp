@@ -1,7 +1,6 @@
 #include <KelSAX/ISAXReader.h>
 #include <KelSAX/ISAXWriter.h>
 #include <KelSAX/MSAXCompatibilityInfo.h>
-
 #include <charconv>
 #include <climits>
 
@@ -16,8 +15,8 @@ MSAXApplicationInfo::MSAXApplicationInfo(std::string name, short v1, short v2, s
 
 std::string MSAXApplicationInfo::GetVersionText() const
 {
-    return std::to_string(version_[0]) + "." + std::to_string(version_[1]) + "." + std::to_string(version_[2]) +
-           "." + std::to_string(version_[3]);
+    return std::to_string(version_[0]) + "." + std::to_string(version_[1]) + "." +
+           std::to_string(version_[2]) + "." + std::to_string(version_[3]);
 }
 
 bool MSAXApplicationInfo::SetVersionText(const std::string& text)
@@ -68,8 +67,14 @@ MSAXCompatibilityInfo::~MSAXCompatibilityInfo() = default;
 MSAXCompatibilityInfo::MSAXCompatibilityInfo(const MSAXCompatibilityInfo& other) = default;
 MSAXCompatibilityInfo& MSAXCompatibilityInfo::operator=(const MSAXCompatibilityInfo& other) = default;
 
-void MSAXCompatibilityInfo::SetFileVersionInfo(const MSAXFileVersionInfo& info) { fileVersion_ = info; }
-void MSAXCompatibilityInfo::SetCurrentProduct(const MSAXProductInfo& product) { product_ = product; }
+void MSAXCompatibilityInfo::SetFileVersionInfo(const MSAXFileVersionInfo& info)
+{
+    fileVersion_ = info;
+}
+void MSAXCompatibilityInfo::SetCurrentProduct(const MSAXProductInfo& product)
+{
+    product_ = product;
+}
 void MSAXCompatibilityInfo::SetCurrentApplication(const MSAXApplicationInfo& application)
 {
     application_ = application;
@@ -119,8 +124,8 @@ bool MSAXCompatibilityInfo::IsFileCompatibilityWithApplication(const MSAXCompati
 
 bool MSAXCompatibilityInfo::operator==(const MSAXCompatibilityInfo& other) const
 {
-    return fileVersion_ == other.fileVersion_ && product_ == other.product_ && application_ == other.application_ &&
-           backward_ == other.backward_ && forward_ == other.forward_;
+    return fileVersion_ == other.fileVersion_ && product_ == other.product_ &&
+           application_ == other.application_ && backward_ == other.backward_ && forward_ == other.forward_;
 }
 
 namespace
@@ -194,7 +199,8 @@ bool MSAXCompatibilityInfo::HandleTag(const std::string& tag, ISAXReader& reader
         reader.ReadValue(text);
         const size_t first = text.find_first_not_of(" \t\r\n");
         const size_t last = text.find_last_not_of(" \t\r\n");
-        return first != std::string::npos && readApplication_.SetVersionText(text.substr(first, last + 1 - first));
+        return first != std::string::npos &&
+               readApplication_.SetVersionText(text.substr(first, last + 1 - first));
     }
     if ((tag == "Major" || tag == "Minor") && parent == "FileVersion")
     {
@@ -202,8 +208,9 @@ bool MSAXCompatibilityInfo::HandleTag(const std::string& tag, ISAXReader& reader
         if (!reader.ReadValue(value) || value < LONG_MIN || value > LONG_MAX)
             return false;
         const long v = static_cast<long>(value);
-        fileVersion_ = tag == "Major" ? MSAXFileVersionInfo(fileVersion_.GetName(), v, fileVersion_.GetMinor())
-                                      : MSAXFileVersionInfo(fileVersion_.GetName(), fileVersion_.GetMajor(), v);
+        fileVersion_ = tag == "Major"
+                           ? MSAXFileVersionInfo(fileVersion_.GetName(), v, fileVersion_.GetMinor())
+                           : MSAXFileVersionInfo(fileVersion_.GetName(), fileVersion_.GetMajor(), v);
         return true;
     }
     return false;

@@ -19,7 +19,10 @@ void ISAXReference::ResolveReferences(ISAXReader&) {}
 
 ISAXPersistBase::~ISAXPersistBase() = default;
 void ISAXPersistBase::ResolveReferences(ISAXReader&) {}
-bool ISAXPersistBase::Write(ISAXWriter&) const { return true; }
+bool ISAXPersistBase::Write(ISAXWriter&) const
+{
+    return true;
+}
 void ISAXPersistBase::EndTag(const std::string&, ISAXReader&) {}
 
 ISAXReader::~ISAXReader() = default;
@@ -38,12 +41,18 @@ MSAXTagWriter::MSAXTagWriter(ISAXWriter& writer, const std::string& name) : writ
 {
     writer_.WriteStartTag(name_);
 }
-MSAXTagWriter::~MSAXTagWriter() { writer_.WriteEndTag(name_); }
+MSAXTagWriter::~MSAXTagWriter()
+{
+    writer_.WriteEndTag(name_);
+}
 
 namespace SAXContexts
 {
 ISAXContext::~ISAXContext() = default;
-ESAXContextFactoryType ISAXContext::GetType() const { return eSAXContextPlain; }
+ESAXContextFactoryType ISAXContext::GetType() const
+{
+    return eSAXContextPlain;
+}
 void ISAXContext::SetProgressDelegate(std::shared_ptr<KelSDK::Common::IProgressDelegate> delegate)
 {
     progress_ = std::move(delegate);
@@ -54,9 +63,18 @@ const std::shared_ptr<KelSDK::Common::IProgressDelegate>& ISAXContext::GetProgre
 }
 
 ISAXDatabaseContext::~ISAXDatabaseContext() = default;
-ESAXContextFactoryType ISAXDatabaseContext::GetType() const { return eSAXContextDatabase; }
-void ISAXDatabaseContext::SetRequireUniqueIds(bool on) { requireUniqueIds_ = on; }
-bool ISAXDatabaseContext::GetRequireUniqueIds() const { return requireUniqueIds_; }
+ESAXContextFactoryType ISAXDatabaseContext::GetType() const
+{
+    return eSAXContextDatabase;
+}
+void ISAXDatabaseContext::SetRequireUniqueIds(bool on)
+{
+    requireUniqueIds_ = on;
+}
+bool ISAXDatabaseContext::GetRequireUniqueIds() const
+{
+    return requireUniqueIds_;
+}
 } // namespace SAXContexts
 
 std::shared_ptr<SAXContexts::ISAXContext> SAXContextsFactory::CreateSAXContext(ESAXContextFactoryType type)

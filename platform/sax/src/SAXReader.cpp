@@ -1,18 +1,16 @@
 // SAXReader: parses the whole document first (expat builds the element list of Document.h), then
 // walks it at the pace of the persist objects, so that ReadInPlace can hand an element to an
 // object that lives on its caller's stack.
-#include <KelSAX/SAXReader.h>
-
 #include "ArchiveReader.h"
 #include "Base64.h"
 #include "Document.h"
 #include "XmlText.h"
 
-#include <KelSAX/MSAXError.h>
-
 #include <KelSDK/Common/StringConversion.h>
 #include <KelSDK/FileIO/MFile.h>
 
+#include <KelSAX/MSAXError.h>
+#include <KelSAX/SAXReader.h>
 #include <charconv>
 #include <cstring>
 #include <limits>
@@ -51,7 +49,8 @@ class SAXReader::Impl
 {
 public:
     Impl(SAXReader& self, std::shared_ptr<SAXContexts::ISAXContext> context)
-        : self_(self), context_(context ? std::move(context) : SAXContextsFactory::CreateSAXContext(eSAXContextPlain))
+        : self_(self),
+          context_(context ? std::move(context) : SAXContextsFactory::CreateSAXContext(eSAXContextPlain))
     {
     }
 
@@ -84,7 +83,8 @@ public:
         std::vector<uint8_t> xml;
         if (IsArchive(data, size))
         {
-            archive_ = std::make_unique<Detail::ArchiveReader>(data, size, kMaxExpansion, kExpansionAllowance);
+            archive_ =
+                std::make_unique<Detail::ArchiveReader>(data, size, kMaxExpansion, kExpansionAllowance);
             uint64_t documentSize = 0;
             if (!archive_->EntrySize(kDocumentEntry, documentSize))
                 throw MSAXError::MGenericRead("damaged archive: it holds no '" + kDocumentEntry + "'");
@@ -94,7 +94,8 @@ public:
             size = xml.size();
         }
         Detail::ParseDocument(reinterpret_cast<const char*>(data), size, kMaxDepth, document_,
-                              [&](size_t done) { Report(size == 0 ? kParseSteps : done * kParseSteps / size); });
+                              [&](size_t done)
+                              { Report(size == 0 ? kParseSteps : done * kParseSteps / size); });
         std::vector<uint8_t>().swap(xml);
         if (!archive_)
             std::vector<uint8_t>().swap(input_);
@@ -316,8 +317,8 @@ private:
             if (!archive_->EntrySize(entry, declared))
                 throw Damaged("the archive holds no entry '" + entry + "'");
             if (declared != size)
-                throw Damaged("entry '" + entry + "' holds " + std::to_string(declared) + " bytes, the element says " +
-                              std::to_string(size));
+                throw Damaged("entry '" + entry + "' holds " + std::to_string(declared) +
+                              " bytes, the element says " + std::to_string(size));
         }
         else
         {
@@ -325,8 +326,8 @@ private:
             if (!Detail::Base64DecodedSize(Text(), decoded))
                 throw Damaged("its base64 text has a wrong length");
             if (decoded != size)
-                throw Damaged("its base64 text holds " + std::to_string(decoded) + " bytes, the element says " +
-                              std::to_string(size));
+                throw Damaged("its base64 text holds " + std::to_string(decoded) +
+                              " bytes, the element says " + std::to_string(size));
         }
         if (size > std::numeric_limits<size_t>::max())
             throw Damaged("it is too large for this machine");
@@ -360,7 +361,10 @@ SAXReader::SAXReader(std::shared_ptr<SAXContexts::ISAXContext> context)
 }
 SAXReader::~SAXReader() = default;
 
-void SAXReader::Read(const wchar_t* path, ISAXPersistBase& root) { impl_->ReadFile(path, root); }
+void SAXReader::Read(const wchar_t* path, ISAXPersistBase& root)
+{
+    impl_->ReadFile(path, root);
+}
 void SAXReader::Read(const void* data, size_t size, ISAXPersistBase& root)
 {
     if (data == nullptr && size != 0)
@@ -368,18 +372,51 @@ void SAXReader::Read(const void* data, size_t size, ISAXPersistBase& root)
     const auto* bytes = static_cast<const uint8_t*>(data);
     impl_->Read(std::vector<uint8_t>(bytes, bytes + size), root);
 }
-void SAXReader::EndRead() { impl_->EndRead(); }
+void SAXReader::EndRead()
+{
+    impl_->EndRead();
+}
 
-bool SAXReader::ReadInPlace(ISAXPersistBase& persist) { return impl_->ReadInPlace(persist); }
-const std::string& SAXReader::GetEnclosingTag() const { return impl_->EnclosingTag(); }
-const std::string& SAXReader::GetCurrentTag() const { return impl_->CurrentTag(); }
-bool SAXReader::ReadValue(int32_t& value) { return impl_->Integer(value); }
-bool SAXReader::ReadValue(uint32_t& value) { return impl_->Integer(value); }
-bool SAXReader::ReadValue(int64_t& value) { return impl_->Integer(value); }
-bool SAXReader::ReadValue(uint64_t& value) { return impl_->Integer(value); }
-bool SAXReader::ReadValue(double& value) { return impl_->Double(value); }
-bool SAXReader::ReadValue(bool& value) { return impl_->Bool(value); }
-bool SAXReader::ReadValue(std::string& utf8) { return impl_->String(utf8); }
+bool SAXReader::ReadInPlace(ISAXPersistBase& persist)
+{
+    return impl_->ReadInPlace(persist);
+}
+const std::string& SAXReader::GetEnclosingTag() const
+{
+    return impl_->EnclosingTag();
+}
+const std::string& SAXReader::GetCurrentTag() const
+{
+    return impl_->CurrentTag();
+}
+bool SAXReader::ReadValue(int32_t& value)
+{
+    return impl_->Integer(value);
+}
+bool SAXReader::ReadValue(uint32_t& value)
+{
+    return impl_->Integer(value);
+}
+bool SAXReader::ReadValue(int64_t& value)
+{
+    return impl_->Integer(value);
+}
+bool SAXReader::ReadValue(uint64_t& value)
+{
+    return impl_->Integer(value);
+}
+bool SAXReader::ReadValue(double& value)
+{
+    return impl_->Double(value);
+}
+bool SAXReader::ReadValue(bool& value)
+{
+    return impl_->Bool(value);
+}
+bool SAXReader::ReadValue(std::string& utf8)
+{
+    return impl_->String(utf8);
+}
 bool SAXReader::ReadValue(std::wstring& text)
 {
     std::string utf8;
@@ -387,10 +424,28 @@ bool SAXReader::ReadValue(std::wstring& text)
     text = KelSDK::Common::StringConversion::Utf8ToNative(utf8);
     return true;
 }
-bool SAXReader::GetBinarySize(uint64_t& bytes) { return impl_->BinarySize(bytes); }
-bool SAXReader::ReadBinary(std::vector<uint8_t>& bytes) { return impl_->Binary(bytes); }
-bool SAXReader::ReadBinary(void* destination, size_t bytes) { return impl_->Binary(destination, bytes); }
-void SAXReader::RegisterReferenceUser(ISAXReference* user) { impl_->RegisterUser(user); }
-ISAXReference* SAXReader::LookupReference(uint32_t id) const { return impl_->Lookup(id); }
-SAXContexts::ISAXContext* SAXReader::GetContext() { return impl_->Context(); }
+bool SAXReader::GetBinarySize(uint64_t& bytes)
+{
+    return impl_->BinarySize(bytes);
+}
+bool SAXReader::ReadBinary(std::vector<uint8_t>& bytes)
+{
+    return impl_->Binary(bytes);
+}
+bool SAXReader::ReadBinary(void* destination, size_t bytes)
+{
+    return impl_->Binary(destination, bytes);
+}
+void SAXReader::RegisterReferenceUser(ISAXReference* user)
+{
+    impl_->RegisterUser(user);
+}
+ISAXReference* SAXReader::LookupReference(uint32_t id) const
+{
+    return impl_->Lookup(id);
+}
+SAXContexts::ISAXContext* SAXReader::GetContext()
+{
+    return impl_->Context();
+}
 } // namespace KelSAX

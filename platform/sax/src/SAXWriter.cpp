@@ -13,8 +13,6 @@
 //   </KelSAX>
 // Elements are indented by two spaces per level; the archive holds "document.xml" first and
 // then "values/1", "values/2", ... in the order they were written.
-#include <KelSAX/SAXWriter.h>
-
 #include "ArchiveWriter.h"
 #include "Base64.h"
 #include "Deflate.h"
@@ -23,6 +21,7 @@
 #include <KelSDK/Common/StringConversion.h>
 #include <KelSDK/FileIO/MFile.h>
 
+#include <KelSAX/SAXWriter.h>
 #include <charconv>
 #include <unordered_map>
 
@@ -59,7 +58,8 @@ public:
         {
             file_ = std::make_unique<KelSDK::FileIO::MFile>();
             if (!file_->OPEN_WRITE(path))
-                return FailFile("cannot create '" + KelSDK::Common::StringConversion::NativeToUtf8(path) + "'");
+                return FailFile("cannot create '" + KelSDK::Common::StringConversion::NativeToUtf8(path) +
+                                "'");
         }
         else
         {
@@ -68,8 +68,8 @@ public:
         level_ = compression < -1 ? -1 : compression > 9 ? 9 : static_cast<int>(compression);
         target_ = archive ? Target::Archive : Target::Xml;
         ReportProgress(0.0);
-        out_ = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<KelSAX version=\"" + std::to_string(kFormatMajor) +
-               "." + std::to_string(kFormatMinor) + "\">";
+        out_ = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<KelSAX version=\"" +
+               std::to_string(kFormatMajor) + "." + std::to_string(kFormatMinor) + "\">";
         return true;
     }
 
@@ -257,7 +257,8 @@ public:
             return Fail("character data outside any element");
         const std::string_view text = Detail::TrimBlanks(utf8);
         if (!Detail::IsXmlText(text))
-            return Fail("character data of '" + stack_.back().name + "' is not UTF-8 text that XML can carry");
+            return Fail("character data of '" + stack_.back().name +
+                        "' is not UTF-8 text that XML can carry");
         EndPendingStart();
         Detail::AppendEscaped(out_, text);
         stack_.back().hasText = true;
@@ -398,22 +399,55 @@ bool SAXWriter::OpenMemory(ESAXCompressionLevel compression, bool archive)
 {
     return impl_->Open(nullptr, compression, archive);
 }
-bool SAXWriter::Close() { return impl_->Close(); }
-const std::string& SAXWriter::GetError() const { return impl_->Error(); }
-const std::vector<uint8_t>& SAXWriter::GetBuffer() const { return impl_->Buffer(); }
+bool SAXWriter::Close()
+{
+    return impl_->Close();
+}
+const std::string& SAXWriter::GetError() const
+{
+    return impl_->Error();
+}
+const std::vector<uint8_t>& SAXWriter::GetBuffer() const
+{
+    return impl_->Buffer();
+}
 
-bool SAXWriter::WriteStartTag(const std::string& name) { return impl_->StartTag(name); }
-bool SAXWriter::WriteEndTag(const std::string& name) { return impl_->EndTag(name); }
-bool SAXWriter::WriteValue(const std::string& name, int32_t value) { return impl_->Number(name, value); }
-bool SAXWriter::WriteValue(const std::string& name, uint32_t value) { return impl_->Number(name, value); }
-bool SAXWriter::WriteValue(const std::string& name, int64_t value) { return impl_->Number(name, value); }
-bool SAXWriter::WriteValue(const std::string& name, uint64_t value) { return impl_->Number(name, value); }
-bool SAXWriter::WriteValue(const std::string& name, double value) { return impl_->Number(name, value); }
+bool SAXWriter::WriteStartTag(const std::string& name)
+{
+    return impl_->StartTag(name);
+}
+bool SAXWriter::WriteEndTag(const std::string& name)
+{
+    return impl_->EndTag(name);
+}
+bool SAXWriter::WriteValue(const std::string& name, int32_t value)
+{
+    return impl_->Number(name, value);
+}
+bool SAXWriter::WriteValue(const std::string& name, uint32_t value)
+{
+    return impl_->Number(name, value);
+}
+bool SAXWriter::WriteValue(const std::string& name, int64_t value)
+{
+    return impl_->Number(name, value);
+}
+bool SAXWriter::WriteValue(const std::string& name, uint64_t value)
+{
+    return impl_->Number(name, value);
+}
+bool SAXWriter::WriteValue(const std::string& name, double value)
+{
+    return impl_->Number(name, value);
+}
 bool SAXWriter::WriteValue(const std::string& name, bool value)
 {
     return impl_->TextElement(name, value ? "true" : "false");
 }
-bool SAXWriter::WriteValue(const std::string& name, const std::string& utf8) { return impl_->String(name, utf8); }
+bool SAXWriter::WriteValue(const std::string& name, const std::string& utf8)
+{
+    return impl_->String(name, utf8);
+}
 bool SAXWriter::WriteValue(const std::string& name, const std::wstring& text)
 {
     return impl_->String(name, KelSDK::Common::StringConversion::NativeToUtf8(text));
@@ -422,11 +456,20 @@ bool SAXWriter::WriteBinary(const std::string& name, const void* data, size_t by
 {
     return impl_->Binary(name, data, bytes, compress);
 }
-uint32_t SAXWriter::RegisterReference(const ISAXReference* object) { return impl_->Register(object); }
+uint32_t SAXWriter::RegisterReference(const ISAXReference* object)
+{
+    return impl_->Register(object);
+}
 bool SAXWriter::WriteReference(const std::string& name, const ISAXReference* object)
 {
     return impl_->Reference(name, object);
 }
-bool SAXWriter::_WriteTrimmedCharData(const std::string& utf8) { return impl_->TrimmedText(utf8); }
-SAXContexts::ISAXContext* SAXWriter::GetContext() { return impl_->Context(); }
+bool SAXWriter::_WriteTrimmedCharData(const std::string& utf8)
+{
+    return impl_->TrimmedText(utf8);
+}
+SAXContexts::ISAXContext* SAXWriter::GetContext()
+{
+    return impl_->Context();
+}
 } // namespace KelSAX

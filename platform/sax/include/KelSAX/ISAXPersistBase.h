@@ -2,7 +2,6 @@
 #pragma once
 
 #include <KelSAX/Export.h>
-
 #include <string>
 
 namespace KelSAX

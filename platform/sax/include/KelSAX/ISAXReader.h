@@ -3,7 +3,6 @@
 
 #include <KelSAX/Export.h>
 #include <KelSAX/SAXContexts.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <string>

@@ -14,7 +14,6 @@
 
 #include <KelSAX/Export.h>
 #include <KelSAX/ISAXPersistBase.h>
-
 #include <array>
 #include <string>
 #include <utility>

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <KelSAX/Export.h>
-
 #include <stdexcept>
 #include <string>
 

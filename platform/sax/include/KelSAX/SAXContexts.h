@@ -2,11 +2,10 @@
 // databases the handling of element ids).
 #pragma once
 
-#include <KelSAX/Export.h>
-#include <KelSAX/SAXTypes.h>
-
 #include <KelSDK/Common/Progress.h>
 
+#include <KelSAX/Export.h>
+#include <KelSAX/SAXTypes.h>
 #include <memory>
 
 namespace KelSAX

@@ -3,7 +3,6 @@
 
 #include <KelSAX/ISAXPersistBase.h>
 #include <KelSAX/ISAXReader.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <memory>

@@ -3,7 +3,6 @@
 
 #include <KelSAX/ISAXWriter.h>
 #include <KelSAX/SAXTypes.h>
-
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -27,7 +26,8 @@ public:
     // level of its entries, encryption as documented in SAXTypes.h), the XML document of
     // OpenXMLBase64 otherwise (both levels then ignored). False (GetError says why) when the
     // temporary file cannot be created or a document is already open.
-    bool Open(const wchar_t* path, EEncryptionLevel encryption, ESAXCompressionLevel compression, bool archive);
+    bool Open(const wchar_t* path, EEncryptionLevel encryption, ESAXCompressionLevel compression,
+              bool archive);
     // Starts an XML document (UTF-8, binary values in base64) for path; false as Open.
     bool OpenXMLBase64(const wchar_t* path);
     // Starts a document in memory (GetBuffer after Close); tests and callers without files.
